@@ -1,0 +1,72 @@
+#include "storage/storage_io.h"
+
+#include "api/fatvol.h"
+
+namespace fatvol {
+namespace {
+
+// Runs host code that returns a status.
+template <class HostCall>
+FatStatus Guarded(HostCall call) {
+    try {
+        return static_cast<FatStatus>(call());
+    } catch (...) {
+        return STATUS_DRIVER_INTERNAL_ERROR;
+    }
+}
+
+FatStatus Transfer(StorageTransferProc proc, CFatStorage& storage, const void* buffer,
+                   std::uint64_t position, std::uint32_t count) {
+    // One callback signature serves both directions; a write callback only reads the buffer.
+    auto* bytes = const_cast<unsigned char*>(static_cast<const unsigned char*>(buffer));
+    return Guarded([&] { return proc(&storage, bytes, static_cast<long long>(position), count); });
+}
+
+}  // namespace
+
+FatStatus ReadBytes(CFatStorage& storage, void* buffer, std::uint64_t position,
+                    std::uint32_t count) {
+    return Transfer(storage.ReadBytesProc, storage, buffer, position, count);
+}
+
+FatStatus WriteBytes(CFatStorage& storage, const void* buffer, std::uint64_t position,
+                     std::uint32_t count) {
+    return Transfer(storage.WriteBytesProc, storage, buffer, position, count);
+}
+
+FatStatus ReadBytesAligned(CFatStorage& storage, void* buffer, std::uint64_t position,
+                           std::uint32_t count) {
+    return Transfer(storage.ReadBytesAlignedProc, storage, buffer, position, count);
+}
+
+FatStatus WriteBytesAligned(CFatStorage& storage, const void* buffer, std::uint64_t position,
+                            std::uint32_t count) {
+    return Transfer(storage.WriteBytesAlignedProc, storage, buffer, position, count);
+}
+
+FatStatus ReadSectors(CFatStorage& storage, void* buffer, std::uint64_t sector,
+                      std::uint32_t count) {
+    return Transfer(storage.ReadSectorsProc, storage, buffer, sector, count);
+}
+
+FatStatus WriteSectors(CFatStorage& storage, const void* buffer, std::uint64_t sector,
+                       std::uint32_t count) {
+    return Transfer(storage.WriteSectorsProc, storage, buffer, sector, count);
+}
+
+FatStatus OpenStorage(CFatStorage& storage, void* parameter) {
+    return Guarded([&] { return storage.Open(parameter); });
+}
+
+void CloseStorage(CFatStorage& storage) {
+    (void)Guarded([&] { return storage.Close() ? 0 : -1; });
+}
+
+FatStatus ReadMpb(CFatStorage& storage, Mpb* mpb) {
+    return Guarded([&] {
+        storage.GetMpbProc(storage.DbrBuffer, mpb);
+        return 0;
+    });
+}
+
+}  // namespace fatvol

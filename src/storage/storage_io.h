@@ -1,0 +1,40 @@
+// The library's side of the host's storage object: every call of the host's code goes through
+// here. An exception that a host callback lets out becomes STATUS_DRIVER_INTERNAL_ERROR, so that
+// none travels through the library.
+#pragma once
+
+#include <cstdint>
+
+#include "storage/boot_sector.h"
+#include "storage/fat_status.h"
+
+class CFatStorage;
+
+namespace fatvol {
+
+// The transfers: positions and counts in bytes, or in sectors for the last two. A negative result
+// of the callback is returned unchanged. The aligned forms move whole clusters.
+FatStatus ReadBytes(CFatStorage& storage, void* buffer, std::uint64_t position,
+                    std::uint32_t count);
+FatStatus WriteBytes(CFatStorage& storage, const void* buffer, std::uint64_t position,
+                     std::uint32_t count);
+FatStatus ReadBytesAligned(CFatStorage& storage, void* buffer, std::uint64_t position,
+                           std::uint32_t count);
+FatStatus WriteBytesAligned(CFatStorage& storage, const void* buffer, std::uint64_t position,
+                            std::uint32_t count);
+FatStatus ReadSectors(CFatStorage& storage, void* buffer, std::uint64_t sector,
+                      std::uint32_t count);
+FatStatus WriteSectors(CFatStorage& storage, const void* buffer, std::uint64_t sector,
+                       std::uint32_t count);
+
+// Opens the device and checks the boot sector; see CVolumeStorage::Open.
+FatStatus OpenStorage(CFatStorage& storage, void* parameter);
+
+// Frees the boot-sector buffer and closes the device. The result of CloseDevice has no taker: the
+// storage is given up either way.
+void CloseStorage(CFatStorage& storage);
+
+// Fills the media parameter record through the host's GetMpbProc.
+FatStatus ReadMpb(CFatStorage& storage, Mpb* mpb);
+
+}  // namespace fatvol
