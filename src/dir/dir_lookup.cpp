@@ -1,0 +1,60 @@
+#include "dir/dir_lookup.h"
+
+#include <cstring>
+
+#include "data/fat_file.h"
+#include "dir/dir_listing.h"
+#include "dir/entry_name.h"
+#include "dir/upcase.h"
+
+namespace fatvol {
+namespace {
+
+constexpr std::uint8_t DotName[ShortNameSize] = {'.', ' ', ' ', ' ', ' ', ' ',
+                                                 ' ', ' ', ' ', ' ', ' '};
+constexpr std::uint8_t DotDotName[ShortNameSize] = {'.', '.', ' ', ' ', ' ', ' ',
+                                                    ' ', ' ', ' ', ' ', ' '};
+
+DirItem* FindLongItem(const CFatFile& directory, const char16_t* name) {
+    const NameKey key = MakeNameKey(name);
+    KeyNode* node = FindKey(directory.listing->nameIndex, key, [&](const KeyNode& candidate) {
+        const auto& item = static_cast<const DirItem&>(candidate);
+        return item.longEntryCount != 0 && EqualFolded(item.name.get(), name, NameLength(item));
+    });
+    return static_cast<DirItem*>(node);
+}
+
+bool HasShortName(const DirItem& item, const std::uint8_t* shortName) {
+    return std::memcmp(item.entry.DIR_Name, shortName, ShortNameSize) == 0;
+}
+
+}  // namespace
+
+DirItem* FindShortItem(const CFatFile& directory, const std::uint8_t* shortName) {
+    const NameKey key = MakeNameKey(MakeShortKeyString(shortName).units);
+    KeyNode* node = FindKey(directory.listing->nameIndex, key, [&](const KeyNode& candidate) {
+        const auto& item = static_cast<const DirItem&>(candidate);
+        return item.longEntryCount == 0 && HasShortName(item, shortName);
+    });
+    return static_cast<DirItem*>(node);
+}
+
+DirItem* FindDirItem(const CFatFile& directory, const char16_t* name) {
+    const ParsedName parsed = ParseEntryName(name);
+    if (parsed.longLength == 0 && parsed.HasShortForm()) {
+        if (DirItem* item = FindShortItem(directory, parsed.shortForm)) {
+            return item;
+        }
+    }
+    return *name != 0 ? FindLongItem(directory, name) : nullptr;
+}
+
+bool IsDirEmpty(const CFatFile& directory) {
+    const DirItem* item = NextDirItem(*directory.listing, 0);
+    while (item && (HasShortName(*item, DotName) || HasShortName(*item, DotDotName))) {
+        item = NextDirItem(*directory.listing, item->slot + 1);
+    }
+    return item == nullptr;
+}
+
+}  // namespace fatvol

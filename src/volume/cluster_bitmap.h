@@ -1,0 +1,38 @@
+// The free clusters of a volume, in memory only: the FAT stays the stored truth.
+//
+// Invariants:
+//  1. map has one bit per cluster number 0 to cluster count + 1; bits 0 and 1 are set.
+//  2. freeCount is the number of clear bits.
+//  3. No cluster below hint is free.
+//  4. Clusters above lastLinkable have their bit set.
+#pragma once
+
+#include <cstdint>
+
+#include "storage/fat_status.h"
+#include "volume/bitmap.h"
+
+struct FatVolume;
+
+namespace fatvol {
+
+struct ClusterBitmap {
+    Bitmap map;
+    std::uint32_t hint = 2;       // cluster where the next search starts
+    std::uint32_t freeCount = 0;  // clusters
+    // The highest cluster number that a link of this FAT type can hold without reading as a mark.
+    // Clusters above it exist on overlarge volumes but cannot be chained, so they are never free.
+    std::uint32_t lastLinkable = 0;
+};
+
+// Builds the bitmap of a volume whose FAT cache is set up by reading the whole FAT from its end.
+// On failure the bitmap is empty.
+FatStatus BuildClusterBitmap(FatVolume& volume);
+
+// Marks `count` free clusters from `first` on as used. The caller moves the hint.
+void TakeClusters(ClusterBitmap& bitmap, std::uint32_t first, std::uint32_t count);
+
+// Marks `count` used clusters from `first` on as free and lowers the hint to them.
+void ReleaseClusters(ClusterBitmap& bitmap, std::uint32_t first, std::uint32_t count);
+
+}  // namespace fatvol

@@ -1,0 +1,111 @@
+#include "volume/fat_entry.h"
+
+#include "storage/little_endian.h"
+#include "volume/fat_volume.h"
+
+namespace fatvol {
+namespace {
+
+struct EntryPlace {
+    FatBlock* block;
+    std::uint8_t* bytes;
+};
+
+// A FAT12 is one block: entries of one and a half bytes.
+struct Entry12 {
+    static FatStatus Find(FatVolume& volume, std::uint32_t cluster, EntryPlace* place) {
+        const FatStatus status = GetFatBlock(volume, 0, 0, &place->block);
+        if (Succeeded(status)) {
+            place->bytes = place->block->data + cluster * 3 / 2;
+        }
+        return status;
+    }
+    static std::uint32_t Load(const std::uint8_t* bytes, std::uint32_t cluster) {
+        const std::uint32_t word = LoadU16(bytes);
+        return cluster % 2 != 0 ? word >> 4 : word & 0x0FFF;
+    }
+    static void Store(std::uint8_t* bytes, std::uint32_t cluster, std::uint32_t value) {
+        const std::uint32_t word = LoadU16(bytes);
+        const std::uint32_t changed =
+            cluster % 2 != 0 ? (word & 0x000F) + (value << 4) : (word & 0xF000) + (value & 0x0FFF);
+        StoreU16(bytes, static_cast<std::uint16_t>(changed));
+    }
+};
+
+template <std::uint32_t Width>
+FatStatus FindWholeBytes(FatVolume& volume, std::uint32_t cluster, EntryPlace* place) {
+    const FatTable& table = volume.fatTable;
+    const std::uint32_t index = cluster >> table.entryShift;
+    const FatStatus status =
+        GetFatBlock(volume, index, index << table.blockSectorShift, &place->block);
+    if (Succeeded(status)) {
+        const std::uint32_t inBlock = cluster & ((1u << table.entryShift) - 1);
+        place->bytes = place->block->data + std::size_t{inBlock} * Width;
+    }
+    return status;
+}
+
+struct Entry16 {
+    static constexpr auto Find = FindWholeBytes<2>;
+    static std::uint32_t Load(const std::uint8_t* bytes, std::uint32_t) { return LoadU16(bytes); }
+    static void Store(std::uint8_t* bytes, std::uint32_t, std::uint32_t value) {
+        StoreU16(bytes, static_cast<std::uint16_t>(value));
+    }
+};
+
+// All 32 bits count, on reading and on writing.
+struct Entry32 {
+    static constexpr auto Find = FindWholeBytes<4>;
+    static std::uint32_t Load(const std::uint8_t* bytes, std::uint32_t) { return LoadU32(bytes); }
+    static void Store(std::uint8_t* bytes, std::uint32_t, std::uint32_t value) {
+        StoreU32(bytes, value);
+    }
+};
+
+template <class Entry>
+FatStatus Get(FatVolume& volume, std::uint32_t cluster, std::uint32_t* value) {
+    EntryPlace place{};
+    const FatStatus status = Entry::Find(volume, cluster, &place);
+    if (Succeeded(status)) {
+        *value = Entry::Load(place.bytes, cluster);
+    }
+    return status;
+}
+
+template <class Entry>
+FatStatus Set(FatVolume& volume, std::uint32_t cluster, std::uint32_t value) {
+    EntryPlace place{};
+    FatStatus status = Entry::Find(volume, cluster, &place);
+    if (Failed(status)) {
+        return status;
+    }
+    status = ReserveDirtyPlace(volume, *place.block);
+    if (Failed(status)) {
+        return status;
+    }
+    Entry::Store(place.bytes, cluster, value);
+    return MarkFatBlockDirty(volume, *place.block);
+}
+
+}  // namespace
+
+FatEntryFunctions EntryFunctionsOf(std::uint32_t fatType) {
+    switch (fatType) {
+        case 12:
+            return {Get<Entry12>, Set<Entry12>};
+        case 16:
+            return {Get<Entry16>, Set<Entry16>};
+        default:
+            return {Get<Entry32>, Set<Entry32>};
+    }
+}
+
+FatStatus GetFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t* value) {
+    return volume.fatTable.getFatEntry(volume, cluster, value);
+}
+
+FatStatus SetFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t value) {
+    return volume.fatTable.setFatEntry(volume, cluster, value);
+}
+
+}  // namespace fatvol

@@ -1,0 +1,17 @@
+// The entry functions of the three FAT types; GetFatEntry and SetFatEntry go to those of the
+// volume.
+#pragma once
+
+#include "volume/fat_table.h"
+
+namespace fatvol {
+
+struct FatEntryFunctions {
+    GetFatEntryFunction get;
+    SetFatEntryFunction set;
+};
+
+// The functions of a FAT type (12, 16 or 32).
+FatEntryFunctions EntryFunctionsOf(std::uint32_t fatType);
+
+}  // namespace fatvol

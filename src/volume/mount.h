@@ -1,0 +1,32 @@
+// The life of a volume record: from an opened storage to a mounted volume and back.
+#pragma once
+
+#include <memory>
+
+#include "storage/fat_status.h"
+
+class CFatStorage;
+struct FatVolume;
+
+namespace fatvol {
+
+// Opens a storage and mounts the volume on it. On failure the result is null and the storage has
+// been destroyed, after being closed if it could be opened.
+std::unique_ptr<FatVolume> MountStorage(std::unique_ptr<CFatStorage> storage, void* parameter);
+
+// Brings a volume record with an opened storage to a mounted volume with its root directory
+// loaded. What a failed step made is left to AbandonVolume. STATUS_UNRECOGNIZED_VOLUME and
+// STATUS_DISK_CORRUPT_ERROR for what cannot be a volume, STATUS_NO_MEMORY, or the failure of a
+// read.
+FatStatus MountVolume(FatVolume& volume);
+
+// Writes what is pending and closes the storage: FSInfo, the FAT, its second copy, the contents of
+// the open objects. Objects that handles still hold are detached. When a block of the FAT cannot
+// be written its status is returned and the storage stays open; the volume is then out of use, and
+// a second call does the rest. After success the record can be destroyed.
+FatStatus UnmountVolume(FatVolume& volume);
+
+// Frees all that a volume holds without writing anything, and closes the storage.
+void AbandonVolume(FatVolume& volume);
+
+}  // namespace fatvol

@@ -1,0 +1,90 @@
+// Unmounting: everything pending goes to the medium, in an order that leaves it sound.
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "data/fat_file.h"
+#include "dir/dir_listing.h"
+#include "storage/little_endian.h"
+#include "storage/storage_io.h"
+#include "volume/fat_volume.h"
+#include "volume/mount.h"
+
+namespace fatvol {
+namespace {
+
+// The FSInfo sector:
+//   offset size field                  offset size field
+//        0    4 FSI_LeadSig               488    4 FSI_Free_Count
+//      484    4 FSI_StrucSig              492    4 FSI_Nxt_Free
+//                                         508    4 FSI_TrailSig
+constexpr std::uint32_t FsInfoSize = 512;  // bytes, whatever the sector size
+constexpr std::uint32_t FSI_LeadSig = 0, FSI_StrucSig = 484, FSI_Free_Count = 488,
+                        FSI_TrailSig = 508;
+
+bool IsFsInfo(const std::uint8_t* sector) {
+    return LoadU32(sector + FSI_LeadSig) == 0x41615252 &&
+           LoadU32(sector + FSI_StrucSig) == 0x61417272 &&
+           LoadU32(sector + FSI_TrailSig) == 0xAA550000;
+}
+
+// Marks the free count and the next free cluster unknown. They are hints only, so whatever fails
+// here is of no consequence. A sector number outside the reserved region is no FSInfo sector: what
+// stands there belongs to something else.
+void ResetFsInfo(FatVolume& volume) {
+    const std::uint64_t position = std::uint64_t{volume.fsInfoSector} * volume.bytesPerSector;
+    const std::uint64_t reserved = std::uint64_t{volume.firstFatSector} * volume.bytesPerSector;
+    if (!volume.isFat32 || position + FsInfoSize > reserved) {
+        return;
+    }
+    std::uint8_t sector[FsInfoSize];
+    if (Failed(ReadBytes(*volume.storage, sector, position, FsInfoSize)) || !IsFsInfo(sector)) {
+        return;
+    }
+    std::memset(sector + FSI_Free_Count, 0xFF, 8);
+    (void)WriteBytes(*volume.storage, sector, position, FsInfoSize);
+}
+
+// Brings the second FAT up to date. The first one is complete, so a copy that fails is passed over
+// in silence; a volume with a single FAT has none.
+void CopyFatToSecond(FatVolume& volume) {
+    if (volume.fatSize == 0 || volume.fatCount < 2) {
+        return;
+    }
+    const std::size_t size = std::size_t{volume.fatSize} * volume.bytesPerSector;
+    const std::unique_ptr<std::uint8_t[]> fat(new (std::nothrow) std::uint8_t[size]);
+    if (!fat) {
+        return;
+    }
+    if (Succeeded(ReadSectors(*volume.storage, fat.get(), volume.firstFatSector, volume.fatSize))) {
+        (void)WriteSectors(*volume.storage, fat.get(),
+                           std::uint64_t{volume.firstFatSector} + volume.fatSize, volume.fatSize);
+    }
+}
+
+// Writes and lets go of the objects that handles still hold.
+void DetachHeldObjects(FatVolume& volume) {
+    while (IsLinked(volume.liveObjects)) {
+        Detach(static_cast<CFatFile&>(*volume.liveObjects.next), DirtyBlocks::WriteBack);
+    }
+}
+
+}  // namespace
+
+FatStatus UnmountVolume(FatVolume& volume) {
+    if (volume.state == VolumeState::Mounted) {
+        ResetFsInfo(volume);
+        const FatStatus status = ReleaseFatVolume(volume);
+        if (Failed(status)) {
+            volume.state = VolumeState::ReleaseFailed;
+            return status;
+        }
+    }
+    CopyFatToSecond(volume);
+    EmptyOpenObjectCache(volume.openObjects);
+    DetachHeldObjects(volume);
+    CloseStorage(*volume.storage);
+    return STATUS_SUCCESS;
+}
+
+}  // namespace fatvol
