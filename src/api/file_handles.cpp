@@ -1,0 +1,167 @@
+// The exported functions on files.
+#include <algorithm>
+
+#include "api/fatvol.h"
+#include "api/file_info.h"
+#include "api/library_state.h"
+#include "api/path_argument.h"
+#include "data/file_data.h"
+#include "ops/path_lookup.h"
+#include "volume/fat_volume.h"
+
+using namespace fatvol;
+
+namespace {
+
+// Takes a handle for the object that `operation` finds or makes for a path.
+template <class Operation>
+int OpenHandle(const char16_t* path, Operation operation) {
+    FatVolume* volume = CurrentVolume();
+    if (!volume || Library->files.IsFull()) {
+        return NoHandle;
+    }
+    const int handle = Library->files.FindFree();
+    FileReference file;
+    if (!NormalizePath(path, PathBuffer) || Failed(operation(*volume, PathBuffer, &file))) {
+        return NoHandle;
+    }
+    Library->files.Occupy(handle, std::move(file));
+    return handle;
+}
+
+// ReadFileData or WriteFileData.
+template <class Buffer>
+using TransferFunction = FatStatus (*)(CFatFile&, std::uint64_t, std::uint32_t, Buffer,
+                                       std::uint32_t*, std::uint64_t);
+
+std::uint32_t Clip(unsigned int count, std::uint64_t left) {
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(count, left));
+}
+
+template <class Buffer>
+bool TransferAtPosition(int handle, unsigned int count, Buffer buffer, unsigned int* done,
+                        TransferFunction<Buffer> transfer) {
+    CFatFile* file = FileOf(handle);
+    if (!file || !done || (!buffer && count != 0)) {
+        return false;
+    }
+    const std::uint64_t size = DataSize(*file);
+    // The position has 32 bits, which a damaged directory's chain may exceed.
+    const std::uint64_t end = std::min<std::uint64_t>(size, 0xFFFFFFFF);
+    if (file->position >= end) {
+        *done = 0;
+        return true;
+    }
+    const std::uint32_t length = Clip(count, end - file->position);
+    if (Failed(transfer(*file, file->position, length, buffer, done, size))) {
+        return false;
+    }
+    file->position += *done;
+    return true;
+}
+
+template <class Buffer>
+bool TransferAtOffset(int handle, long long offset, unsigned int count, Buffer buffer,
+                      unsigned int* done, TransferFunction<Buffer> transfer) {
+    CFatFile* file = FileOf(handle);
+    if (!file || !done || (!buffer && count != 0)) {
+        return false;
+    }
+    const std::uint64_t size = DataSize(*file);
+    if (offset < 0 || static_cast<std::uint64_t>(offset) >= size) {
+        *done = 0;
+        return false;
+    }
+    const auto position = static_cast<std::uint64_t>(offset);
+    return Succeeded(transfer(*file, position, Clip(count, size - position), buffer, done, size));
+}
+
+enum Origin : unsigned int { FromStart = 0, FromPosition = 1, FromEnd = 2 };
+
+std::uint32_t MovedPosition(const CFatFile& file, unsigned int offset, unsigned int origin) {
+    const std::uint32_t size = FileSize(file.entry);
+    switch (origin) {
+        case FromStart:
+            return offset;
+        case FromPosition:
+            return file.position + offset;
+        case FromEnd:
+            return offset <= size ? size - offset : 0;
+        default:
+            return file.position;
+    }
+}
+
+}  // namespace
+
+int Fat_OpenFile(const char16_t* path) noexcept {
+    return OpenHandle(path, OpenByPath);
+}
+
+bool Fat_CloseFile(int handle) noexcept {
+    if (!CanCloseFile(handle)) {
+        return false;
+    }
+    CloseRelease(*Library->files.Vacate(handle).Detached());
+    return true;
+}
+
+bool Fat_ReadFile(int handle, unsigned int count, void* buffer, unsigned int* done) noexcept {
+    return TransferAtPosition<void*>(handle, count, buffer, done, ReadFileData);
+}
+
+bool Fat_WriteFile(int handle, unsigned int count, const void* buffer,
+                   unsigned int* done) noexcept {
+    return TransferAtPosition<const void*>(handle, count, buffer, done, WriteFileData);
+}
+
+bool Fat_ReadFileEx(int handle, long long offset, unsigned int count, void* buffer,
+                    unsigned int* done) noexcept {
+    return TransferAtOffset<void*>(handle, offset, count, buffer, done, ReadFileData);
+}
+
+bool Fat_WriteFileEx(int handle, long long offset, unsigned int count, const void* buffer,
+                     unsigned int* done) noexcept {
+    return TransferAtOffset<const void*>(handle, offset, count, buffer, done, WriteFileData);
+}
+
+bool Fat_GetFileOffset(int handle, unsigned int* offset) noexcept {
+    const CFatFile* file = FileOf(handle);
+    if (!file || !offset) {
+        return false;
+    }
+    *offset = file->position;
+    return true;
+}
+
+bool Fat_SetFileOffset(int handle, unsigned int offset, unsigned int origin) noexcept {
+    CFatFile* file = FileOf(handle);
+    if (!file) {
+        return false;
+    }
+    file->position = std::min(MovedPosition(*file, offset, origin), FileSize(file->entry));
+    return true;
+}
+
+bool Fat_GetFileSize(int handle, unsigned int* size) noexcept {
+    const CFatFile* file = FileOf(handle);
+    if (!file || !size) {
+        return false;
+    }
+    *size = FileSize(file->entry);
+    return true;
+}
+
+bool Fat_IsDir(int handle) noexcept {
+    const CFatFile* file = FileOf(handle);
+    return file && IsDirectory(*file);
+}
+
+bool Fat_GetFileAttribute(int handle, FatFileInfo* info) noexcept {
+    const CFatFile* file = FileOf(handle);
+    if (!file || !info) {
+        return false;
+    }
+    FillFromFile(*file, info);
+    return true;
+}

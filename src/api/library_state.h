@@ -1,0 +1,65 @@
+// What the library holds for the whole process, and the checks with which every exported function
+// begins.
+#pragma once
+
+#include <memory>
+
+#include "api/handle_table.h"
+#include "data/fat_file.h"
+#include "dir/dir_listing.h"
+
+struct FatVolume;
+
+namespace fatvol {
+
+// An enumeration under way. The cursor is registered in the directory's listing.
+struct FindRecord {
+    FileReference directory;
+    DirCursor cursor;
+};
+
+using FileHandleTable = HandleTable<FileReference, 160>;
+using FindHandleTable = HandleTable<std::unique_ptr<FindRecord>, 32>;
+
+struct LibraryState {
+    FatVolume* currentVolume = nullptr;         // one of the mounted ones, or null
+    std::unique_ptr<FatVolume> mountedVolumes;  // a chain through nextMounted
+    FileHandleTable files;
+    FindHandleTable finds;
+};
+
+// Null outside Fat_LibInitialize .. Fat_LibTerminate. A process that ends without the latter leaves
+// it behind on purpose: its volumes' storage objects are host code that may be gone by then.
+extern LibraryState* Library;
+
+// Makes the library's state with caches and tables. False, with nothing made, when memory is
+// short.
+bool CreateLibrary();
+
+// Gives mounted volumes up and frees everything.
+void DestroyLibrary();
+
+// Whether the pointer is a mounted volume, be it in use or half unmounted.
+bool IsMountedVolume(const FatVolume* volume);
+
+// Takes ownership of a mounted volume and makes it the current one.
+void AdoptVolume(std::unique_ptr<FatVolume> volume);
+
+// Takes a mounted volume out of the chain; there is no current volume afterwards if it was that.
+std::unique_ptr<FatVolume> DismissVolume(const FatVolume& volume);
+
+// The current volume if file functions can use it, else null.
+FatVolume* CurrentVolume();
+
+// The object of a file handle, or null. Every function on a handle needs a current volume, and an
+// object whose own volume is in use.
+CFatFile* FileOf(int handle);
+
+// The record of a find handle under the same conditions, or null.
+FindRecord* FindRecordOf(int handle);
+
+// Whether a file or find handle can be closed: an occupied one, while there is a current volume.
+bool CanCloseFile(int handle);
+bool CanCloseFind(int handle);
+
+}  // namespace fatvol

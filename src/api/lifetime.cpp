@@ -1,0 +1,90 @@
+// The exported functions of the library's life: start and end, mounting, the current volume.
+#include <cstring>
+
+#include "api/fatvol.h"
+#include "api/file_info.h"
+#include "api/library_state.h"
+#include "platform/locale_text.h"
+#include "volume/fat_volume.h"
+#include "volume/mount.h"
+
+using namespace fatvol;
+
+namespace {
+
+// A storage object that a mounted volume owns already must not get a second owner.
+bool IsStorageInUse(const CFatStorage* storage) {
+    for (const FatVolume* v = Library->mountedVolumes.get(); v; v = v->nextMounted.get()) {
+        if (v->storage.get() == storage) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+void Fat_LibInitialize(void) noexcept {
+    if (!Library) {
+        SelectEnvironmentLocale();
+        // Without memory there is no library, and every other function says so.
+        (void)CreateLibrary();
+    }
+}
+
+bool Fat_LibTerminate(void) noexcept {
+    if (!Library) {
+        return false;
+    }
+    const bool allClosed = Library->files.count == 0 && Library->finds.count == 0;
+    DestroyLibrary();
+    return allClosed;
+}
+
+FatVolume* Fat_Mount(CFatStorage* storage, void* parameter) noexcept {
+    if (Library && storage && IsStorageInUse(storage)) {
+        return nullptr;
+    }
+    std::unique_ptr<CFatStorage> owned(storage);
+    if (!Library) {
+        return nullptr;
+    }
+    Library->currentVolume = nullptr;
+    if (!owned) {
+        return nullptr;
+    }
+    std::unique_ptr<FatVolume> volume = MountStorage(std::move(owned), parameter);
+    if (volume) {
+        AdoptVolume(std::move(volume));
+    }
+    return Library->currentVolume;
+}
+
+bool Fat_Unmount(FatVolume* volume) noexcept {
+    if (!Library || !IsMountedVolume(volume) || Failed(UnmountVolume(*volume))) {
+        return false;
+    }
+    DismissVolume(*volume);
+    return true;
+}
+
+void SetCurrentFileSystem(FatVolume* volume) noexcept {
+    if (Library) {
+        Library->currentVolume = IsMountedVolume(volume) ? volume : nullptr;
+    }
+}
+
+bool Fat_GetVolumeInfo(FatVolume* volume, FatVolumeInfo* info) noexcept {
+    if (!Library || !info || info->size < sizeof(FatVolumeInfo) || !IsMountedVolume(volume) ||
+        volume->state != VolumeState::Mounted) {
+        return false;
+    }
+    FillVolumeInfo(*volume, info);
+    return true;
+}
+
+void osMemCpy(void* destination, void* source, unsigned long long size) noexcept {
+    if (destination && source) {
+        std::memcpy(destination, source, size);
+    }
+}

@@ -1,0 +1,17 @@
+// The paths that hosts give, brought into the one form that lookups work on.
+#pragma once
+
+#include "ops/path_lookup.h"
+
+namespace fatvol {
+
+// The normalised paths of the call under way. Every call overwrites them.
+extern char16_t PathBuffer[PathBufferUnits];
+extern char16_t TargetPathBuffer[PathBufferUnits];  // the second path of a rename or move
+
+// Checks a path and converts it: components separated by single backslashes, no separator at
+// either end, no spaces around a component and no dots after it. False when it is null, empty, too
+// long or holds what no name may hold; the destination (PathBufferUnits units) is then unspecified.
+bool NormalizePath(const char16_t* source, char16_t* destination);
+
+}  // namespace fatvol

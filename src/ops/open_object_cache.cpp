@@ -1,0 +1,80 @@
+#include "ops/open_object_cache.h"
+
+#include <cstring>
+
+#include "data/fat_file.h"
+
+namespace fatvol {
+namespace {
+
+CFatFile& ObjectOf(ListNode<OpenObjectTag>& link) {
+    return static_cast<CFatFile&>(link);
+}
+
+// Frees objects that only the cache holds, least recently used first, until the limit is kept.
+void EvictSurplus(OpenObjectCache& cache) {
+    auto* link = cache.recency.next;
+    while (cache.count > OpenObjectLimit && link != &cache.recency) {
+        CFatFile& object = ObjectOf(*link);
+        link = link->next;
+        if (object.refCount == 1) {
+            RemoveOpenObject(cache, object);
+        }
+    }
+}
+
+}  // namespace
+
+CFatFile* FindOpenObject(const OpenObjectCache& cache, const NameKey& key,
+                         const char16_t* upcasedPath) {
+    KeyNode* node = FindKey(cache.keys, key, [&](const KeyNode& candidate) {
+        const CFatFile& object = *static_cast<const OpenKey&>(candidate).object;
+        const std::size_t units = key.size / 2 - 1;
+        return std::memcmp(object.keyString.get(), upcasedPath, units * sizeof(char16_t)) == 0;
+    });
+    return node ? static_cast<OpenKey*>(node)->object : nullptr;
+}
+
+FatStatus AddOpenObject(OpenObjectCache& cache, CFatFile& object) {
+    const FatStatus status = InsertKey(cache.keys, object.openKey);
+    if (Failed(status)) {
+        return status;
+    }
+    AddReference(object);
+    LinkLast<OpenObjectTag>(cache.recency, object);
+    ++cache.count;
+    EvictSurplus(cache);
+    return STATUS_SUCCESS;
+}
+
+void RemoveOpenObject(OpenObjectCache& cache, CFatFile& object) {
+    Unlink<OpenObjectTag>(object);
+    UnlinkKey(cache.keys, object.openKey);
+    --cache.count;
+    Release(object);
+}
+
+void TouchOpenObject(OpenObjectCache& cache, CFatFile& object) {
+    MoveLast<OpenObjectTag>(cache.recency, object);
+}
+
+void EmptyOpenObjectCache(OpenObjectCache& cache) {
+    while (IsLinked(cache.recency)) {
+        RemoveOpenObject(cache, ObjectOf(*cache.recency.next));
+    }
+}
+
+bool IsSound(const OpenObjectCache& cache) {
+    std::uint32_t linked = 0;
+    for (auto* link = cache.recency.next; link != &cache.recency; link = link->next, ++linked) {
+        const CFatFile& object = ObjectOf(*link);
+        if (!object.keyString || object.refCount == 0 || !object.volume ||
+            object.openKey.key != MakeNameKey(object.keyString.get()) ||
+            FindOpenObject(cache, object.openKey.key, object.keyString.get()) != &object) {
+            return false;
+        }
+    }
+    return linked == cache.count;
+}
+
+}  // namespace fatvol
