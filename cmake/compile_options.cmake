@@ -1,0 +1,12 @@
+# What every target of the project is compiled with: link fatvol_options privately.
+add_library(fatvol_options INTERFACE)
+target_compile_options(fatvol_options INTERFACE
+    -Wall -Wextra -Wpedantic -Werror
+    -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor)
+target_compile_definitions(fatvol_options INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
+
+if(FATVOL_SANITIZE)
+    target_compile_options(fatvol_options INTERFACE
+        -O1 -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(fatvol_options INTERFACE -fsanitize=address,undefined)
+endif()

@@ -1,0 +1,16 @@
+# Sets `variable` to the C++ sources in `folder` (and, with RECURSE, below it) that belong to this
+# platform: of the siblings NAME_posix.cpp and NAME_windows.cpp one is left out.
+function(fatvol_sources variable folder)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "RECURSE" "" "")
+    if(arg_RECURSE)
+        file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${folder}/*.cpp)
+    else()
+        file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
+    endif()
+    if(WIN32)
+        list(FILTER sources EXCLUDE REGEX "_posix\\.cpp$")
+    else()
+        list(FILTER sources EXCLUDE REGEX "_windows\\.cpp$")
+    endif()
+    set(${variable} ${sources} PARENT_SCOPE)
+endfunction()

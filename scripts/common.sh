@@ -1,0 +1,51 @@
+# Shared by the scripts of this folder, which source it after `set -euo pipefail`.
+# shellcheck shell=bash disable=SC2034
+
+# The root of the source tree; the scripts work from any directory.
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+buildPackages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev locales)
+volumePackages=(dosfstools mtools)
+checkPackages=(binutils clang clang-format clang-tidy diffutils "${volumePackages[@]}")
+
+# mkfs.fat and fsck.fat live where an ordinary user's path does not lead.
+PATH=$PATH:/usr/sbin:/sbin
+
+run_as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    else
+        sudo "$@"
+    fi
+}
+
+is_installed() {
+    dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null | grep -qx installed
+}
+
+# Installs those of the named Debian packages that are missing.
+install_missing() {
+    local package missing=()
+    if ! command -v dpkg-query >/dev/null; then
+        echo "This is no Debian system; these packages are needed: $*" >&2
+        return 0
+    fi
+    for package in "$@"; do
+        is_installed "$package" || missing+=("$package")
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        return 0
+    fi
+    echo "Installing ${missing[*]}" >&2
+    run_as_root apt-get update -qq >&2
+    run_as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+}
+
+# build PRESET [TARGET...]: configures and builds in build/PRESET; two jobs at a time, or JOBS.
+build() {
+    local preset=$1
+    shift
+    (cd "$root" && cmake --preset "$preset" && cmake --build "build/$preset" -j "${JOBS:-2}" \
+        ${1:+--target "$@"})
+}
