@@ -40,7 +40,13 @@ DirItem* FindShortItem(const CFatFile& directory, const std::uint8_t* shortName)
 }
 
 DirItem* FindDirItem(const CFatFile& directory, const char16_t* name) {
-    const ParsedName parsed = ParseEntryName(name);
+    // Two units outside ASCII have upper-case forms within it. Open objects are known by their
+    // upper-cased path, so a name must find the same entry before and after upper-casing.
+    char16_t upcased[MaxLongNameUnits + 1] = {};
+    for (std::uint32_t i = 0; name[i] != 0 && i < MaxLongNameUnits; ++i) {
+        upcased[i] = UpcaseUnit(name[i]);
+    }
+    const ParsedName parsed = ParseEntryName(upcased);
     if (parsed.longLength == 0 && parsed.HasShortForm()) {
         if (DirItem* item = FindShortItem(directory, parsed.shortForm)) {
             return item;
