@@ -180,16 +180,19 @@ FATVOL_API bool Fat_LibTerminate(void) noexcept;
 
 // Mounts the volume behind `storage`, which belongs to the library from here on, and makes it the
 // current one. `parameter` goes to OpenDevice unchanged. Null on failure: the storage object is
-// then deleted and there is no current volume.
+// then deleted and there is no current volume; only a storage that a mounted volume has already is
+// left to that volume, and nothing changes.
 FATVOL_API FatVolume* Fat_Mount(CFatStorage* storage, void* parameter) noexcept;
 
 // Writes what is pending, closes and deletes the storage and frees the volume. Handles left open
-// on it stay occupied, but everything except closing them fails. False when the pointer is no
+// on it stay occupied, but everything except closing them (which, like all, needs a current volume)
+// fails. False when the pointer is no
 // mounted volume, or when a block of the FAT could not be written: the volume is then out of use,
 // and a second call closes it.
 FATVOL_API bool Fat_Unmount(FatVolume* volume) noexcept;
 
-// Chooses the volume that the path functions act on; null for none.
+// Chooses the volume that the path functions act on; null, or a pointer that is no mounted volume,
+// for none.
 FATVOL_API void SetCurrentFileSystem(FatVolume* volume) noexcept;
 
 // ---- Files ------------------------------------------------------------------------------------
@@ -236,11 +239,43 @@ FATVOL_API bool Fat_IsDir(int handle) noexcept;
 // hold leaves its field as it was.
 FATVOL_API bool Fat_GetFileAttribute(int handle, FatFileInfo* info) noexcept;
 
+// Sets attributes, creation, last write and last access time of an open file or directory from a
+// record. Times are rounded up to even seconds; one outside 1980 to 2107 leaves the old one.
+// Whether an entry is a directory or a volume label never changes.
+FATVOL_API bool Fat_SetFileAttribute(int handle, const FatFileInfo* info) noexcept;
+
+// Makes a file longer or shorter, up to 2^32 bytes minus one cluster; what a longer file holds
+// behind its old end is undefined. A directory is rounded up to whole clusters and is not made
+// smaller than its last entry. The position is not changed.
+FATVOL_API bool Fat_SetFileSize(int handle, unsigned int size) noexcept;
+
+// ---- Creating, deleting, renaming, moving -----------------------------------------------------
+// Deleting and moving are refused for what a handle holds open.
+
+// Creates a file and opens it; directories that are missing on the way are made. -1 on failure, in
+// particular when the name exists; directories made on the way then stay.
+FATVOL_API int Fat_CreateFile(const char16_t* path, unsigned int initialSize,
+                              unsigned char attributes) noexcept;
+
+// Creates a directory in the same way.
+FATVOL_API bool Fat_CreateDir(const char16_t* path, unsigned char attributes) noexcept;
+
+// Deletes a file or an empty directory.
+FATVOL_API bool Fat_DeleteFile(const char16_t* path) noexcept;
+
+// Renames an entry within its directory to the last component of `newPath`, whose other components
+// are ignored. The new name must not exist there in any letter case. Handles follow.
+FATVOL_API bool Fat_RenameFile(const char16_t* path, const char16_t* newPath) noexcept;
+
+// Moves an entry to the directory `destination`, null for the root. True without doing anything
+// when it is there already.
+FATVOL_API bool Fat_MoveFile(const char16_t* path, const char16_t* destination) noexcept;
+
 // ---- Enumerating directories ------------------------------------------------------------------
 // Find handles are 0 to 31.
 
-// Starts to enumerate the directory `path` and gives its first entry. -1 when it is missing, no
-// directory or empty.
+// Starts to enumerate the directory `path` and gives its first entry. -1 when it is empty, missing
+// or no directory, with 32 enumerations open, and on every other failure.
 FATVOL_API int Fat_FindFirstFile(const char16_t* path, FatFileInfo* info) noexcept;
 
 // The next entry. False after the last one; the call after that starts over.
@@ -262,5 +297,11 @@ FATVOL_API int Fat_FindFirstRootFile(FatFileInfo* info) noexcept;
 // Fills `info`, whose first field the caller has set to the size of the record. False when that
 // size is too small or `volume` is not mounted.
 FATVOL_API bool Fat_GetVolumeInfo(FatVolume* volume, FatVolumeInfo* info) noexcept;
+
+// Writes everything that is pending on a mounted volume: the contents of files, the FAT, the
+// directories, the copy of the FAT. True when all of it reached the storage and nothing written
+// before was lost on the way there; from then on a loss of power takes nothing of it back. What
+// could not be written is kept and tried again by the next call.
+FATVOL_API bool Fat_FlushVolume(FatVolume* volume) noexcept;
 
 }  // extern "C"

@@ -6,8 +6,11 @@
 #include "api/library_state.h"
 #include "api/path_argument.h"
 #include "data/file_data.h"
+#include "ops/create_by_path.h"
+#include "ops/entry_write_back.h"
 #include "ops/path_lookup.h"
 #include "volume/fat_volume.h"
+#include "volume/resize_file.h"
 
 using namespace fatvol;
 
@@ -76,10 +79,15 @@ bool TransferAtOffset(int handle, long long offset, unsigned int count, Buffer b
     return Succeeded(transfer(*file, position, Clip(count, size - position), buffer, done, size));
 }
 
+// A directory shows no size, whatever its entry holds.
+std::uint32_t ShownSize(const CFatFile& file) {
+    return IsDirectory(file) ? 0 : FileSize(file.entry);
+}
+
 enum Origin : unsigned int { FromStart = 0, FromPosition = 1, FromEnd = 2 };
 
 std::uint32_t MovedPosition(const CFatFile& file, unsigned int offset, unsigned int origin) {
-    const std::uint32_t size = FileSize(file.entry);
+    const std::uint32_t size = ShownSize(file);
     switch (origin) {
         case FromStart:
             return offset;
@@ -98,11 +106,19 @@ int Fat_OpenFile(const char16_t* path) noexcept {
     return OpenHandle(path, OpenByPath);
 }
 
+int Fat_CreateFile(const char16_t* path, unsigned int initialSize,
+                   unsigned char attributes) noexcept {
+    return OpenHandle(
+        path, [=](FatVolume& volume, const char16_t* normalised, FileReference* file) {
+            return CreateByPath(volume, normalised, NewObject::File, initialSize, attributes, file);
+        });
+}
+
 bool Fat_CloseFile(int handle) noexcept {
     if (!CanCloseFile(handle)) {
         return false;
     }
-    CloseRelease(*Library->files.Vacate(handle).Detached());
+    LetGo(Library->files.Vacate(handle));
     return true;
 }
 
@@ -139,7 +155,7 @@ bool Fat_SetFileOffset(int handle, unsigned int offset, unsigned int origin) noe
     if (!file) {
         return false;
     }
-    file->position = std::min(MovedPosition(*file, offset, origin), FileSize(file->entry));
+    file->position = std::min(MovedPosition(*file, offset, origin), ShownSize(*file));
     return true;
 }
 
@@ -148,7 +164,7 @@ bool Fat_GetFileSize(int handle, unsigned int* size) noexcept {
     if (!file || !size) {
         return false;
     }
-    *size = FileSize(file->entry);
+    *size = ShownSize(*file);
     return true;
 }
 
@@ -164,4 +180,14 @@ bool Fat_GetFileAttribute(int handle, FatFileInfo* info) noexcept {
     }
     FillFromFile(*file, info);
     return true;
+}
+
+bool Fat_SetFileAttribute(int handle, const FatFileInfo* info) noexcept {
+    CFatFile* file = FileOf(handle);
+    return file && info && Succeeded(ChangeEntry(*file, WithFileInfo(file->entry, *info)));
+}
+
+bool Fat_SetFileSize(int handle, unsigned int size) noexcept {
+    CFatFile* file = FileOf(handle);
+    return file && Succeeded(ResizeFile(*file, size, nullptr, nullptr));
 }

@@ -25,9 +25,6 @@ static_assert(offsetof(FatFileInfo, shortName) == 564);
 namespace fatvol {
 namespace {
 
-constexpr std::uint32_t BaseSize = 8;
-constexpr std::uint32_t ExtensionSize = 3;
-
 void FillTime(std::uint16_t date, std::uint16_t time, unsigned int* low, unsigned int* high) {
     std::int64_t systemTime = 0;
     if (FatTimeToSystemTime(date, time, &systemTime)) {
@@ -58,11 +55,12 @@ int ConvertField(const std::uint8_t* bytes, std::uint32_t size, char16_t* units)
 
 // The units of a short name as BASE.EXT or BASE, or -1; `units` has room for both parts and a dot.
 int ConvertShortName(const std::uint8_t* shortName, char16_t* units) {
-    const int base = ConvertField(shortName, BaseSize, units);
+    const int base = ConvertField(shortName, ShortBaseSize, units);
     if (base < 0) {
         return base;
     }
-    const int extension = ConvertField(shortName + BaseSize, ExtensionSize, units + base + 1);
+    const int extension =
+        ConvertField(shortName + ShortBaseSize, ShortExtensionSize, units + base + 1);
     if (extension <= 0) {
         return extension < 0 ? extension : base;
     }
@@ -78,7 +76,7 @@ void FillNames(std::uint32_t longLength, const char16_t* longName, const std::ui
     if (longLength < std::size(info->longName)) {
         info->longName[longLength] = 0;
     }
-    char16_t units[BaseSize + 1 + ExtensionSize];
+    char16_t units[ShortBaseSize + 1 + ShortExtensionSize];
     const int length = std::max(ConvertShortName(shortName, units), 0);
     std::copy_n(units, length, info->shortName);
     info->shortName[length] = 0;
@@ -93,6 +91,37 @@ void FillFromItem(const DirItem& item, FatFileInfo* info) {
 void FillFromFile(const CFatFile& file, FatFileInfo* info) {
     FillFromEntry(file.entry, info);
     FillNames(file.longNameLength, file.longName, file.entry.DIR_Name, info);
+}
+
+namespace {
+
+// Stores a time in the two words of an entry; `time` may be null where only the date is kept.
+void StoreTime(unsigned int low, unsigned int high, std::uint8_t* date, std::uint8_t* time) {
+    const auto systemTime =
+        static_cast<std::int64_t>(std::uint64_t{high} << 32 | std::uint64_t{low});
+    FatTimeStamp stamp{};
+    if (!SystemTimeToFatTime(systemTime, &stamp.date, &stamp.time)) {
+        return;
+    }
+    StoreU16(date, stamp.date);
+    if (time) {
+        StoreU16(time, stamp.time);
+    }
+}
+
+}  // namespace
+
+ShortEntry WithFileInfo(const ShortEntry& entry, const FatFileInfo& info) {
+    constexpr unsigned int Fixed = AttrDirectory | AttrVolumeLabel;
+    ShortEntry changed = entry;
+    changed.DIR_Attr =
+        static_cast<std::uint8_t>((info.attributes & ~Fixed) | (entry.DIR_Attr & Fixed));
+    StoreTime(info.creationTimeLow, info.creationTimeHigh, changed.DIR_CrtDate,
+              changed.DIR_CrtTime);
+    StoreTime(info.lastWriteTimeLow, info.lastWriteTimeHigh, changed.DIR_WrtDate,
+              changed.DIR_WrtTime);
+    StoreTime(info.lastAccessTimeLow, info.lastAccessTimeHigh, changed.DIR_LstAccDate, nullptr);
+    return changed;
 }
 
 void FillVolumeInfo(const FatVolume& volume, FatVolumeInfo* info) {

@@ -24,7 +24,7 @@ bool NextEntry(const DirListing& listing, DirCursor& cursor, FatFileInfo* info) 
 
 void CloseRecord(std::unique_ptr<FindRecord> record) {
     Unlink(record->cursor);
-    CloseRelease(*record->directory.Detached());
+    LetGo(std::move(record->directory));
 }
 
 // Starts an enumeration of a directory that `open` gives a reference of.

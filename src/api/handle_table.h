@@ -36,7 +36,8 @@ struct HandleTable {
     }
 
     bool IsOccupied(int handle) const {
-        return handle >= 0 && static_cast<std::uint32_t>(handle) < Capacity && static_cast<bool>(slots[handle]);
+        return handle >= 0 && static_cast<std::uint32_t>(handle) < Capacity &&
+               static_cast<bool>(slots[handle]);
     }
 
     // Frees an occupied handle and hands over what it held.

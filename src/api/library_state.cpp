@@ -1,7 +1,5 @@
 #include "api/library_state.h"
 
-#include "data/buffer_pool.h"
-#include "data/file_data.h"
 #include "platform/allocation.h"
 #include "volume/fat_volume.h"
 #include "volume/mount.h"
@@ -12,11 +10,12 @@ LibraryState* Library = nullptr;
 
 namespace {
 
-void FreeSharedData() {
-    TransferRunTable.reset();
-    SharedBlockCache.reset();
-    IndexNodePool.reset();
-    RunArrayPool.reset();
+// Shows the caches and tables of a state, or of none, to the layers below.
+void ShareData(const LibraryState* state) {
+    RunArrayPool = state ? state->runArrayPool.get() : nullptr;
+    SharedBlockCache = state ? state->blockCache.get() : nullptr;
+    IndexNodePool = state ? state->indexNodePool.get() : nullptr;
+    TransferRunTable = state ? state->transferRunTable.get() : nullptr;
 }
 
 bool IsUsable(const FatVolume* volume) {
@@ -35,16 +34,20 @@ std::unique_ptr<FatVolume>& LinkTo(const FatVolume* volume) {
 }  // namespace
 
 bool CreateLibrary() {
-    RunArrayPool = CreatePool(PooledRunCapacity * sizeof(ClusterRun));
-    SharedBlockCache = CreateBlockCache();
-    IndexNodePool = CreatePool(sizeof(BlockIndexNode));
-    TransferRunTable = TryNewArray<TransferRun>(TransferRunCount);
     auto state = TryNew<LibraryState>();
-    if (!RunArrayPool || !SharedBlockCache || !IndexNodePool || !TransferRunTable || !state) {
-        FreeSharedData();
+    if (!state) {
+        return false;
+    }
+    state->runArrayPool = CreatePool(PooledRunCapacity * sizeof(ClusterRun));
+    state->blockCache = CreateBlockCache();
+    state->indexNodePool = CreatePool(sizeof(BlockIndexNode));
+    state->transferRunTable = TryNewArray<TransferRun>(TransferRunCount);
+    if (!state->runArrayPool || !state->blockCache || !state->indexNodePool ||
+        !state->transferRunTable) {
         return false;
     }
     Library = state.release();
+    ShareData(Library);
     return true;
 }
 
@@ -54,7 +57,7 @@ void DestroyLibrary() {
         AbandonVolume(*volume);
     }
     delete std::exchange(Library, nullptr);
-    FreeSharedData();
+    ShareData(nullptr);
 }
 
 bool IsMountedVolume(const FatVolume* volume) {
@@ -103,6 +106,23 @@ FindRecord* FindRecordOf(int handle) {
     }
     FindRecord& record = *Library->finds.slots[handle];
     return IsUsable(record.directory->volume) ? &record : nullptr;
+}
+
+void LetGo(FileReference file) {
+    FatVolume* volume = file->volume;
+    CloseRelease(*file.Detached());
+    if (volume) {
+        TrimOpenObjectCache(volume->openObjects);
+    }
+}
+
+bool IsLibrarySound() {
+    bool sound = IsSound(*RunArrayPool) && IsSound(*IndexNodePool) && IsSound(*SharedBlockCache) &&
+                 IsSound(Library->files) && IsSound(Library->finds);
+    for (const FatVolume* v = Library->mountedVolumes.get(); v; v = v->nextMounted.get()) {
+        sound = sound && (!IsUsable(v) || IsSound(*v));
+    }
+    return sound;
 }
 
 }  // namespace fatvol

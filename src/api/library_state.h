@@ -5,7 +5,10 @@
 #include <memory>
 
 #include "api/handle_table.h"
+#include "data/block_cache.h"
+#include "data/buffer_pool.h"
 #include "data/fat_file.h"
+#include "data/file_data.h"
 #include "dir/dir_listing.h"
 
 struct FatVolume;
@@ -22,14 +25,19 @@ using FileHandleTable = HandleTable<FileReference, 160>;
 using FindHandleTable = HandleTable<std::unique_ptr<FindRecord>, 32>;
 
 struct LibraryState {
+    std::unique_ptr<BufferPool> runArrayPool;
+    std::unique_ptr<BlockCache> blockCache;
+    std::unique_ptr<BufferPool> indexNodePool;
+    std::unique_ptr<TransferRun[]> transferRunTable;
     FatVolume* currentVolume = nullptr;         // one of the mounted ones, or null
     std::unique_ptr<FatVolume> mountedVolumes;  // a chain through nextMounted
     FileHandleTable files;
     FindHandleTable finds;
 };
 
-// Null outside Fat_LibInitialize .. Fat_LibTerminate. A process that ends without the latter leaves
-// it behind on purpose: its volumes' storage objects are host code that may be gone by then.
+// Null outside Fat_LibInitialize .. Fat_LibTerminate. Never destroyed by the end of the process: a
+// host's own static objects may still unmount and terminate then, and if none does, the storage
+// objects of its volumes are host code that may be gone.
 extern LibraryState* Library;
 
 // Makes the library's state with caches and tables. False, with nothing made, when memory is
@@ -61,5 +69,11 @@ FindRecord* FindRecordOf(int handle);
 // Whether a file or find handle can be closed: an occupied one, while there is a current volume.
 bool CanCloseFile(int handle);
 bool CanCloseFind(int handle);
+
+// Closes what a handle held: the object's position becomes 0, and the cache may evict it.
+void LetGo(FileReference file);
+
+// Whether the invariants of everything that the library holds hold: for tests.
+bool IsLibrarySound();
 
 }  // namespace fatvol

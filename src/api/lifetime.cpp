@@ -83,6 +83,11 @@ bool Fat_GetVolumeInfo(FatVolume* volume, FatVolumeInfo* info) noexcept {
     return true;
 }
 
+bool Fat_FlushVolume(FatVolume* volume) noexcept {
+    return Library && IsMountedVolume(volume) && volume->state == VolumeState::Mounted &&
+           FlushVolume(*volume);
+}
+
 void osMemCpy(void* destination, void* source, unsigned long long size) noexcept {
     if (destination && source) {
         std::memcpy(destination, source, size);

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "dir/upcase.h"
+
 namespace fatvol {
 
 char16_t PathBuffer[PathBufferUnits];
@@ -87,6 +89,20 @@ bool NormalizePath(const char16_t* source, char16_t* destination) {
     output.DropTrailing(u" .\\", 0);
     destination[output.length] = 0;
     return output.length != 0;
+}
+
+PathRelation RelationOf(const char16_t* path, const char16_t* directory) {
+    while (*path != 0 && FoldUnit(*path) == FoldUnit(*directory)) {
+        ++path;
+        ++directory;
+    }
+    if (*path == 0 && (*directory == 0 || *directory == u'\\')) {
+        return PathRelation::Contains;
+    }
+    const bool below = *directory == 0 && *path == u'\\';
+    const bool deeper =
+        below && std::u16string_view(path + 1).find(u'\\') != std::u16string_view::npos;
+    return below && !deeper ? PathRelation::DirectlyInside : PathRelation::Other;
 }
 
 }  // namespace fatvol

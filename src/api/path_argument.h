@@ -14,4 +14,12 @@ extern char16_t TargetPathBuffer[PathBufferUnits];  // the second path of a rena
 // long or holds what no name may hold; the destination (PathBufferUnits units) is then unspecified.
 bool NormalizePath(const char16_t* source, char16_t* destination);
 
+// How a path stands to a directory, both normalised, letter case aside.
+enum class PathRelation {
+    Contains,        // the path is the directory, or the directory lies below it
+    DirectlyInside,  // the path names an entry of the directory itself
+    Other
+};
+PathRelation RelationOf(const char16_t* path, const char16_t* directory);
+
 }  // namespace fatvol

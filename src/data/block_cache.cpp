@@ -1,6 +1,7 @@
 #include "data/block_cache.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include "data/buffer_pool.h"
@@ -10,7 +11,7 @@
 
 namespace fatvol {
 
-std::unique_ptr<BlockCache> SharedBlockCache;
+BlockCache* SharedBlockCache = nullptr;
 
 void FreeMemory::operator()(void* memory) const {
     std::free(memory);
@@ -69,6 +70,13 @@ void RemoveEntry(BlockIndex& index, BlockIndexNode::Entry& entry) {
         link = nullptr;
         GiveRecord(*IndexNodePool, last);
     }
+}
+
+// Takes a block out of its file's index and the recency list.
+void RemoveBlock(CacheBlock& block) {
+    BlockIndex& index = block.owner->blocks;
+    RemoveEntry(index, *FindEntry(index, BlockNumber(block.fileOffset)));
+    Unlink(block);
 }
 
 }  // namespace
@@ -133,9 +141,7 @@ FatStatus EvictBlock(CacheBlock& block) {
         }
         block.dirty = 0;
     }
-    BlockIndex& index = block.owner->blocks;
-    RemoveEntry(index, *FindEntry(index, BlockNumber(block.fileOffset)));
-    Unlink(block);
+    RemoveBlock(block);
     return STATUS_SUCCESS;
 }
 
@@ -161,6 +167,52 @@ bool DropFileBlocks(CFatFile& file, DirtyBlocks dirtyBlocks) {
         }
     }
     return allWritten;
+}
+
+namespace {
+
+// Calls `action` for each cached block of a file.
+template <class Action>
+void ForEachBlock(const CFatFile& file, Action action) {
+    for (std::uint32_t bucket = 0; file.blocks.buckets && bucket < IndexBucketCount; ++bucket) {
+        for (BlockIndexNode* node = file.blocks.buckets[bucket]; node; node = node->next) {
+            for (std::uint32_t i = 0; i < node->count; ++i) {
+                action(*node->entries[i].block);
+            }
+        }
+    }
+}
+
+}  // namespace
+
+bool FlushFileBlocks(CFatFile& file) {
+    bool allWritten = true;
+    ForEachBlock(file, [&](CacheBlock& block) {
+        if (block.dirty != 0) {
+            const bool written = Succeeded(WriteBackBlock(block));
+            block.dirty = written ? 0 : 1;
+            allWritten = allWritten && written;
+        }
+    });
+    return allWritten;
+}
+
+void TruncateFileBlocks(CFatFile& file, std::uint64_t sizeBytes) {
+    auto* link = SharedBlockCache->recency.next;
+    while (link != &SharedBlockCache->recency) {
+        auto& block = static_cast<CacheBlock&>(*link);
+        link = link->next;
+        if (block.owner != &file || block.fileOffset + CacheBlockSize <= sizeBytes) {
+            continue;
+        }
+        if (block.fileOffset >= sizeBytes) {
+            RemoveBlock(block);
+            GiveBackBlock(block);
+        } else {
+            const auto kept = static_cast<std::uint32_t>(sizeBytes - block.fileOffset);
+            std::memset(block.data + kept, 0, CacheBlockSize - kept);
+        }
+    }
 }
 
 namespace {

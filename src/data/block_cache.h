@@ -70,8 +70,9 @@ struct BlockCache {
     std::unique_ptr<CacheBlock*[]> freeStack;
 };
 
-// The cache of the library, from Fat_LibInitialize to Fat_LibTerminate.
-extern std::unique_ptr<BlockCache> SharedBlockCache;
+// The cache of the library, from Fat_LibInitialize to Fat_LibTerminate. The library's state owns
+// it.
+extern BlockCache* SharedBlockCache;
 
 // A cache with every block free; null when there is no memory.
 std::unique_ptr<BlockCache> CreateBlockCache();
@@ -95,8 +96,17 @@ void GiveBackBlock(CacheBlock& block);
 // it there, dirty, as the most recently used one.
 FatStatus EvictBlock(CacheBlock& block);
 
-// Writes the bytes of a block below its file's data size to the volume.
+// Writes the bytes of a block below its file's data size to the volume. The dirty mark is the
+// caller's affair; a failure may have written some of them.
 FatStatus WriteBackBlock(const CacheBlock& block);
+
+// Writes the dirty blocks of a file and keeps them cached. False when one could not be written: it
+// stays dirty, and the others are written all the same.
+bool FlushFileBlocks(CFatFile& file);
+
+// Forgets the cached bytes of a file from `sizeBytes` on, dirty or not: blocks beyond leave the
+// cache, and the rest of the last one becomes zero.
+void TruncateFileBlocks(CFatFile& file, std::uint64_t sizeBytes);
 
 enum class DirtyBlocks { WriteBack, Discard };
 

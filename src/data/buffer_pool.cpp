@@ -6,8 +6,8 @@
 
 namespace fatvol {
 
-std::unique_ptr<BufferPool> RunArrayPool;
-std::unique_ptr<BufferPool> IndexNodePool;
+BufferPool* RunArrayPool = nullptr;
+BufferPool* IndexNodePool = nullptr;
 
 namespace {
 

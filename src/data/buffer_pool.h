@@ -30,8 +30,9 @@ struct BufferPool {
 
 // The pools of the library, from Fat_LibInitialize to Fat_LibTerminate: the first arrays of run
 // lists, and the nodes of the files' block indexes.
-extern std::unique_ptr<BufferPool> RunArrayPool;
-extern std::unique_ptr<BufferPool> IndexNodePool;
+// The library's state owns them.
+extern BufferPool* RunArrayPool;
+extern BufferPool* IndexNodePool;
 
 // A pool with 16 records on its stack; null when there is no memory.
 std::unique_ptr<BufferPool> CreatePool(std::uint32_t recordSize);

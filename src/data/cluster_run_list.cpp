@@ -96,17 +96,6 @@ void ShrinkStorage(ClusterRunList& list) {
     }
 }
 
-void CutAt(ClusterRunList& list, std::uint32_t newEnd) {
-    if (newEnd == 0) {
-        list.count = 1;
-    } else {
-        const std::uint32_t last = FindRun(list, newEnd - 1);
-        list.count = last + 1;
-        list.runs[last].endIndex = newEnd;
-    }
-    ShrinkStorage(list);
-}
-
 }  // namespace
 
 ClusterRunList::~ClusterRunList() {
@@ -158,6 +147,9 @@ FatStatus MapRange(ClusterRunList& list, std::uint32_t start, std::uint32_t end,
     if (start < total || end <= start) {
         return STATUS_DISK_CORRUPT_ERROR;
     }
+    if (cluster == RUN_UNMAPPED) {
+        start = total;  // a gap in front of a gap is one gap
+    }
     const ClusterRun& last = list.runs[list.count - 1];
     const bool opensGap = start > total && last.startCluster != RUN_UNMAPPED;
     const bool merges =
@@ -178,25 +170,51 @@ FatStatus MapRange(ClusterRunList& list, std::uint32_t start, std::uint32_t end,
     return STATUS_SUCCESS;
 }
 
-FatStatus RemoveTail(ClusterRunList& list, ClusterRunList& removed, std::uint32_t count) {
+FatStatus ReserveRuns(ClusterRunList& list, std::uint32_t more) {
+    return Reserve(list, more) ? STATUS_SUCCESS : STATUS_NO_MEMORY;
+}
+
+FatStatus CopyTail(const ClusterRunList& list, ClusterRunList& tail, std::uint32_t count) {
     const std::uint32_t total = TotalClusters(list);
     if (count == 0 || count > total) {
         return STATUS_INVALID_PARAMETER;
     }
     const std::uint32_t newEnd = total - count;
     const std::uint32_t firstAffected = FindRun(list, newEnd);
-    if (!Reserve(removed, list.count - firstAffected)) {
+    if (!Reserve(tail, list.count - firstAffected)) {
         return STATUS_NO_MEMORY;
     }
     for (std::uint32_t run = list.count - 1; run >= firstAffected; --run) {
         const std::uint32_t from = std::max(list.runs[run - 1].endIndex, newEnd);
-        const std::uint32_t at = TotalClusters(removed);
+        const std::uint32_t at = TotalClusters(tail);
         // The room was reserved above and the range is a new, non-empty one: this cannot fail.
-        (void)MapRange(removed, at, at + (list.runs[run].endIndex - from),
+        (void)MapRange(tail, at, at + (list.runs[run].endIndex - from),
                        ClusterOfRun(list, run, from));
     }
-    CutAt(list, newEnd);
     return STATUS_SUCCESS;
+}
+
+void CutTail(ClusterRunList& list, std::uint32_t count) {
+    if (count == 0) {
+        return;
+    }
+    const std::uint32_t newEnd = TotalClusters(list) - count;
+    if (newEnd == 0) {
+        list.count = 1;
+    } else {
+        const std::uint32_t last = FindRun(list, newEnd - 1);
+        list.count = last + 1;
+        list.runs[last].endIndex = newEnd;
+    }
+    ShrinkStorage(list);
+}
+
+FatStatus RemoveTail(ClusterRunList& list, ClusterRunList& removed, std::uint32_t count) {
+    const FatStatus status = CopyTail(list, removed, count);
+    if (Succeeded(status)) {
+        CutTail(list, count);
+    }
+    return status;
 }
 
 bool IsSound(const ClusterRunList& list) {

@@ -60,9 +60,19 @@ std::uint32_t LastCluster(const ClusterRunList& list);
 FatStatus MapRange(ClusterRunList& list, std::uint32_t start, std::uint32_t end,
                    std::uint32_t cluster);
 
-// Moves the last `count` clusters to the end of `removed`, the last run first.
-// STATUS_INVALID_PARAMETER when the list has fewer, STATUS_NO_MEMORY when `removed` cannot take
-// them; a failure leaves both lists as they were.
+// Makes room for `more` further entries, so that as many calls of MapRange cannot fail.
+// STATUS_NO_MEMORY leaves the list as it was.
+FatStatus ReserveRuns(ClusterRunList& list, std::uint32_t more);
+
+// Appends the last `count` clusters of a list to `tail`, the last run first.
+// STATUS_INVALID_PARAMETER when the list has fewer, STATUS_NO_MEMORY when `tail` cannot take them;
+// a failure leaves `tail` as it was.
+FatStatus CopyTail(const ClusterRunList& list, ClusterRunList& tail, std::uint32_t count);
+
+// Cuts the last `count` clusters (at most the total) off a list.
+void CutTail(ClusterRunList& list, std::uint32_t count);
+
+// CopyTail, then CutTail. A failure leaves both lists as they were.
 FatStatus RemoveTail(ClusterRunList& list, ClusterRunList& removed, std::uint32_t count);
 
 // Whether the invariants above hold.

@@ -63,7 +63,7 @@ FatStatus LookUp(const Remainder& rest, std::uint64_t* position, std::uint64_t* 
     return STATUS_SUCCESS;
 }
 
-// Moves `bytes` bytes that stand `skip` bytes behind a volume position.
+// Moves the next bytes from or to a volume position.
 FatStatus Move(Remainder& rest, Procedure procedure, std::uint64_t position, std::uint32_t bytes) {
     const FatStatus status = procedure(*rest.file.volume->storage, rest.memory, position, bytes);
     rest.Advance(bytes);

@@ -20,9 +20,8 @@ FileReference NewFatFile() {
     return FileReference(TryNew<CFatFile>().release());
 }
 
-namespace {
-
-void CopyLongName(CFatFile& file, const DirItem& item) {
+void CopyEntryAndName(CFatFile& file, const DirItem& item) {
+    file.entry = item.entry;
     file.longNameLength = 0;
     if (item.longEntryCount != 0) {
         file.longNameLength = std::min(NameLength(item), MaxLongNameUnits);
@@ -30,14 +29,19 @@ void CopyLongName(CFatFile& file, const DirItem& item) {
     }
 }
 
+namespace {
+
 FatStatus FollowChain(CFatFile& file, FatVolume& volume) {
     const std::uint32_t badCluster = BadClusterMark(volume.fatType);
     std::uint32_t cluster = file.firstCluster;
-    // No chain has more clusters than the volume, which ends the walk of one that has a loop.
+    // A loop comes back to the cluster at some power of two; otherwise the volume's cluster count
+    // bounds the walk.
+    std::uint32_t checkpoint = 0;
     for (std::uint32_t index = 0; index < volume.clusterCount; ++index) {
-        if (cluster < 2 || cluster >= volume.clusterCount + 2) {
+        if (cluster < 2 || cluster >= volume.clusterCount + 2 || cluster == checkpoint) {
             return STATUS_DISK_CORRUPT_ERROR;
         }
+        checkpoint = (index & (index + 1)) == 0 ? cluster : checkpoint;
         FatStatus status = MapRange(file.runs, index, index + 1, cluster);
         if (Failed(status)) {
             return status;
@@ -63,8 +67,7 @@ FatStatus InitFromItem(CFatFile& file, FatVolume& volume, const DirItem& item,
                        ObjectOrigin origin) {
     file.volume = &volume;
     LinkLast<LiveObjectTag>(volume.liveObjects, file);
-    file.entry = item.entry;
-    CopyLongName(file, item);
+    CopyEntryAndName(file, item);
     file.firstCluster = FirstCluster(file.entry);
     file.blocks.buckets = TryNewArray<BlockIndexNode*>(IndexBucketCount);
     if (!file.blocks.buckets) {

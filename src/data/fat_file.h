@@ -57,7 +57,8 @@ public:
     ~CFatFile() override;  // only Release may destroy an object
 
     OpenKey openKey;
-    // The upper-cased path from the root, zero-terminated; null for the root directory.
+    // The path from the root, upper-cased (folded for comparing), zero-terminated; null for the
+    // root directory.
     std::unique_ptr<char16_t[]> keyString;
     std::uint32_t refCount = 1;
     FatVolume* volume = nullptr;
@@ -84,6 +85,9 @@ enum class ObjectOrigin {
 FatStatus InitFromItem(CFatFile& file, FatVolume& volume, const DirItem& item,
                        ObjectOrigin origin = ObjectOrigin::Entry);
 
+// Copies an item's entry and long name, which describe the object anew after a rename.
+void CopyEntryAndName(CFatFile& file, const DirItem& item);
+
 // The size that bounds every transfer: of a directory its clusters, of a file its entry's size.
 std::uint64_t DataSize(const CFatFile& file);
 
@@ -104,7 +108,7 @@ void Release(CFatFile& file);
 void CloseRelease(CFatFile& file);
 
 // Frees all that the object holds of its volume, dirty blocks written or not, and leaves an empty
-// object without a volume.
+// object without a volume. Blocks that cannot be written are lost, which the volume remembers.
 void Detach(CFatFile& file, DirtyBlocks dirtyBlocks);
 
 // One reference, dropped with Release at the end of its scope.

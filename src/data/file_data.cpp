@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "data/direct_transfer.h"
@@ -9,7 +10,7 @@
 
 namespace fatvol {
 
-std::unique_ptr<TransferRun[]> TransferRunTable;
+TransferRun* TransferRunTable = nullptr;
 
 namespace {
 
@@ -240,14 +241,6 @@ FatStatus WriteFileData(CFatFile& file, std::uint64_t offset, std::uint32_t leng
     // Writing only reads the caller's memory.
     auto* memory = const_cast<std::uint8_t*>(static_cast<const std::uint8_t*>(buffer));
     return TransferFileData({file, Direction::Write, offset, length, memory}, limit, transferred);
-}
-
-FatStatus ReadUncachedRun(CFatFile& file, const TransferRun& run, std::uint64_t limit) {
-    return TransferUncachedRun(file, run, limit, Direction::Read);
-}
-
-FatStatus WriteUncachedRun(CFatFile& file, const TransferRun& run, std::uint64_t limit) {
-    return TransferUncachedRun(file, run, limit, Direction::Write);
 }
 
 }  // namespace fatvol

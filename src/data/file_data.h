@@ -3,11 +3,11 @@
 // stretches of uncached blocks between them are then carried out one by one. A write puts nothing
 // on the volume itself: it leaves dirty blocks.
 //
-// Both functions expect offset + length <= limit, where limit is the data size of the file.
+// Both functions expect offset < limit and offset + length <= limit, where limit is the data size
+// of the file.
 #pragma once
 
 #include <cstdint>
-#include <memory>
 
 #include "data/block_cache.h"
 #include "storage/fat_status.h"
@@ -32,8 +32,9 @@ static_assert(sizeof(TransferRun) == 40);
 // Enough for any transfer: runs are separated by cached blocks.
 inline constexpr std::uint32_t TransferRunCount = CacheBlockCount + 1;
 
-// The plan of the transfer under way, from Fat_LibInitialize to Fat_LibTerminate.
-extern std::unique_ptr<TransferRun[]> TransferRunTable;
+// The plan of the transfer under way, from Fat_LibInitialize to Fat_LibTerminate. The library's
+// state owns it.
+extern TransferRun* TransferRunTable;
 
 // Copies `length` bytes of a file at a byte offset to `buffer`. `*transferred` is the number of
 // bytes copied; on success that is `length`. Failures are those of the storage,
@@ -46,9 +47,5 @@ FatStatus ReadFileData(CFatFile& file, std::uint64_t offset, std::uint32_t lengt
 // changed and will be written.
 FatStatus WriteFileData(CFatFile& file, std::uint64_t offset, std::uint32_t length,
                         const void* buffer, std::uint32_t* transferred, std::uint64_t limit);
-
-// Carries one run of a plan out: the whole of it in newly cached blocks, dirty after a write.
-FatStatus ReadUncachedRun(CFatFile& file, const TransferRun& run, std::uint64_t limit);
-FatStatus WriteUncachedRun(CFatFile& file, const TransferRun& run, std::uint64_t limit);
 
 }  // namespace fatvol

@@ -4,8 +4,13 @@ namespace fatvol {
 namespace {
 
 // Where the units of a name stand in its long-name entry.
-constexpr std::uint8_t UnitOffsets[UnitsPerLongEntry] = {1,  3,  5,  7,  9,  14, 16,
-                                                         18, 20, 22, 24, 28, 30};
+constexpr std::size_t UnitOffset(std::uint32_t unit) {
+    if (unit < 5) {
+        return offsetof(LongEntry, LDIR_Name1) + 2 * unit;
+    }
+    return unit < 11 ? offsetof(LongEntry, LDIR_Name2) + 2 * (unit - 5)
+                     : offsetof(LongEntry, LDIR_Name3) + 2 * (unit - 11);
+}
 
 }  // namespace
 
@@ -17,17 +22,28 @@ std::uint8_t ShortNameChecksum(const std::uint8_t* shortName) {
     return static_cast<std::uint8_t>(sum);
 }
 
+void FillLongEntry(LongEntry& entry, const char16_t* name, std::uint32_t sequence, bool isLast,
+                   std::uint8_t checksum) {
+    entry = LongEntry{};
+    entry.LDIR_Ord = static_cast<std::uint8_t>(sequence | (isLast ? LastLongEntry : 0u));
+    entry.LDIR_Attr = AttrLongName;
+    entry.LDIR_Chksum = checksum;
+    auto* bytes = reinterpret_cast<std::uint8_t*>(&entry);
+    const char16_t* units = name + (sequence - 1) * UnitsPerLongEntry;
+    for (std::uint32_t i = 0; i < UnitsPerLongEntry; ++i) {
+        StoreU16(bytes + UnitOffset(i), units[i]);
+    }
+}
+
 std::uint32_t CopyLongNameUnits(const LongEntry& entry, char16_t* units) {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(&entry);
-    std::uint32_t count = 0;
-    for (const std::uint8_t offset : UnitOffsets) {
-        const char16_t unit = LoadU16(bytes + offset);
-        if (unit == 0) {
-            break;
+    for (std::uint32_t count = 0; count < UnitsPerLongEntry; ++count) {
+        units[count] = LoadU16(bytes + UnitOffset(count));
+        if (units[count] == 0) {
+            return count;
         }
-        units[count++] = unit;
     }
-    return count;
+    return UnitsPerLongEntry;
 }
 
 }  // namespace fatvol

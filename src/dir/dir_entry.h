@@ -27,9 +27,11 @@
 
 namespace fatvol {
 
-inline constexpr std::uint32_t DirEntrySize = 32;    // bytes
-inline constexpr std::uint32_t MaxDirSlots = 65536;  // per directory
-inline constexpr std::uint32_t ShortNameSize = 11;   // bytes
+inline constexpr std::uint32_t DirEntrySize = 32;       // bytes
+inline constexpr std::uint32_t MaxDirSlots = 65536;     // per directory
+inline constexpr std::uint32_t ShortBaseSize = 8;       // bytes
+inline constexpr std::uint32_t ShortExtensionSize = 3;  // bytes
+inline constexpr std::uint32_t ShortNameSize = ShortBaseSize + ShortExtensionSize;
 inline constexpr std::uint32_t UnitsPerLongEntry = 13;
 inline constexpr std::uint32_t MaxLongEntries = 20;  // per name
 inline constexpr std::uint32_t MaxLongNameUnits = MaxLongEntries * UnitsPerLongEntry;
@@ -103,6 +105,11 @@ inline void SetFirstCluster(ShortEntry& entry, std::uint32_t cluster) {
 
 // The checksum that ties long-name entries to the 11-byte name of their short entry.
 std::uint8_t ShortNameChecksum(const std::uint8_t* shortName);
+
+// Fills long-name entry number `sequence` (from 1; the last one of the name is so marked) with its
+// 13 of the name's units, which are padded to whole entries.
+void FillLongEntry(LongEntry& entry, const char16_t* name, std::uint32_t sequence, bool isLast,
+                   std::uint8_t checksum);
 
 // Copies the 13 units of a long-name entry in name order, stopping before a zero unit; the number
 // of units copied.

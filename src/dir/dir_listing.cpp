@@ -40,15 +40,26 @@ std::unique_ptr<DirItem> NewDirItem(const ShortEntry& entry, std::uint32_t slot,
 }
 
 FatStatus AddDirItem(DirListing& listing, std::unique_ptr<DirItem> item) {
-    const FatStatus status = InsertKey(listing.nameIndex, *item);
-    if (Succeeded(status)) {
-        listing.items[FirstSlot(*item)] = std::move(item);
+    FatStatus status = InsertKey(listing.nameIndex, *item);
+    if (Failed(status)) {
+        return status;
     }
-    return status;
+    if (item->longEntryCount != 0) {
+        item->alias.item = item.get();
+        item->alias.key = MakeNameKey(MakeShortKeyString(item->entry.DIR_Name).units);
+        status = InsertKey(listing.aliasIndex, item->alias);
+        if (Failed(status)) {
+            UnlinkKey(listing.nameIndex, *item);
+            return status;
+        }
+    }
+    listing.items[FirstSlot(*item)] = std::move(item);
+    return STATUS_SUCCESS;
 }
 
 std::unique_ptr<DirItem> RemoveDirItem(DirListing& listing, DirItem& item) {
     UnlinkKey(listing.nameIndex, item);
+    UnlinkKey(listing.aliasIndex, item.alias);
     return std::move(listing.items[FirstSlot(item)]);
 }
 
@@ -84,6 +95,7 @@ FatStatus GrowItems(DirListing& listing, std::uint32_t slotCount) {
 }  // namespace
 
 FatStatus ResizeDirListing(DirListing& listing, std::uint32_t slotCount) {
+    slotCount = std::min(slotCount, MaxDirSlots);
     if (slotCount > listing.capacity) {
         const FatStatus status = GrowItems(listing, slotCount);
         if (Failed(status)) {
@@ -98,7 +110,46 @@ FatStatus ResizeDirListing(DirListing& listing, std::uint32_t slotCount) {
     }
     listing.slots.bitCount = slotCount;
     listing.slots.byteCount = (slotCount + 7) / 8;
+    listing.endSlot = std::min(listing.endSlot, slotCount);
     return STATUS_SUCCESS;
+}
+
+namespace {
+
+// Where an enumeration goes on after its directory's slots have moved: at the entries that it had
+// before it, neither skipping nor repeating one.
+std::uint32_t MovedCursor(std::uint32_t next, std::uint32_t from, std::uint32_t count,
+                          std::uint32_t to) {
+    if (next <= to || next > from + count) {
+        return next;
+    }
+    return next <= from ? to : next - (from - to);
+}
+
+}  // namespace
+
+void MoveDirItems(DirListing& listing, std::uint32_t from, std::uint32_t count, std::uint32_t to) {
+    const std::uint32_t distance = from - to;
+    for (std::uint32_t slot = from; slot < from + count; ++slot) {
+        if (listing.items[slot]) {
+            listing.items[slot]->slot -= distance;
+            listing.items[slot - distance] = std::move(listing.items[slot]);
+        }
+    }
+    ClearBits(listing.slots, from, count);
+    SetBits(listing.slots, to, count);
+    for (auto* link = listing.cursors.next; link != &listing.cursors; link = link->next) {
+        auto& cursor = static_cast<DirCursor&>(*link);
+        cursor.nextSlot = MovedCursor(cursor.nextSlot, from, count, to);
+    }
+}
+
+std::uint32_t UsedSlotsEnd(const DirListing& listing) {
+    std::uint32_t end = listing.slots.bitCount;
+    while (end > 0 && !IsBitSet(listing.slots, end - 1)) {
+        --end;
+    }
+    return end;
 }
 
 DirItem* NextDirItem(const DirListing& listing, std::uint32_t fromSlot) {
@@ -131,6 +182,9 @@ bool IsItemSound(const DirListing& listing, std::uint32_t index) {
 }  // namespace
 
 bool IsSound(const DirListing& listing) {
+    if (listing.endSlot > listing.slots.bitCount || UsedSlotsEnd(listing) > listing.endSlot) {
+        return false;
+    }
     if (listing.capacity > MaxDirSlots || listing.slots.bitCount > listing.capacity ||
         listing.slots.byteCount != (listing.slots.bitCount + 7) / 8) {
         return false;

@@ -3,10 +3,13 @@
 //
 // Invariants:
 //  1. items[first slot of a run] owns the item of the run; every other place is null.
-//  2. nameIndex holds exactly the items of the array.
+//  2. nameIndex holds exactly the items of the array, and aliasIndex those of them that have a long
+//     name, under their short names.
 //  3. A slot's bit is set when the slot holds an entry that is neither free nor at or after the end
 //     mark, whether it has an item or not, and for a free slot inside the span of an item.
 //  4. slots.bitCount and capacity are at most MaxDirSlots.
+//  5. endSlot is the slot of the end mark, or slots.bitCount when there is none; slots from there
+//     on are free and may hold anything behind the mark.
 #pragma once
 
 #include <cstdint>
@@ -22,14 +25,23 @@ namespace fatvol {
 
 inline constexpr std::uint32_t NameIndexModulus = 41;
 
+struct DirItem;
+
+// The short name of an item that has a long name too, and the way back to the item.
+struct AliasNode : KeyNode {
+    const DirItem* item = nullptr;
+};
+
 // One name of a directory: a run of entries. The node carries the key of the key string.
 struct DirItem : KeyNode {
     // The long name of a run with long-name entries, otherwise the short-name key string.
     // Zero-terminated.
     std::unique_ptr<char16_t[]> name;
     ShortEntry entry{};
-    std::uint32_t slot = 0;            // of the short entry
-    std::uint32_t longEntryCount = 0;  // long-name entries in front of it
+    std::uint32_t slot = 0;  // of the short entry
+    // Long-name entries in front of it, with deleted ones that another system left among them.
+    std::uint32_t longEntryCount = 0;
+    AliasNode alias;
 };
 
 inline std::uint32_t FirstSlot(const DirItem& item) {
@@ -55,7 +67,9 @@ struct DirListing {
     std::uint8_t volumeLabel[ShortNameSize] = {' ', ' ', ' ', ' ', ' ', ' ',
                                                ' ', ' ', ' ', ' ', ' '};
     Bitmap slots;  // set: in use
+    std::uint32_t endSlot = 0;
     KeyTable nameIndex{NameIndexModulus};
+    KeyTable aliasIndex{NameIndexModulus};
     ListNode<DirCursorTag> cursors;
 
     DirListing() = default;
@@ -74,15 +88,23 @@ std::unique_ptr<DirItem> NewDirItem(const ShortEntry& entry, std::uint32_t slot,
                                     std::uint32_t longEntryCount, const char16_t* keyString);
 
 // Puts an item at its first slot, which must lie within the capacity and be free, and into the
-// index. STATUS_NO_MEMORY changes nothing and destroys the item.
+// indexes. STATUS_NO_MEMORY changes nothing and destroys the item. An item that was in the listing
+// before can always be added again.
 FatStatus AddDirItem(DirListing& listing, std::unique_ptr<DirItem> item);
 
-// Takes an item out of array and index and hands it over.
+// Takes an item out of array and indexes and hands it over.
 std::unique_ptr<DirItem> RemoveDirItem(DirListing& listing, DirItem& item);
 
-// Sets the number of slots (at most MaxDirSlots); new ones are free. STATUS_NO_MEMORY leaves the
+// Sets the number of slots, MaxDirSlots at the most; new ones are free. STATUS_NO_MEMORY leaves the
 // number as it was. The array never shrinks.
 FatStatus ResizeDirListing(DirListing& listing, std::uint32_t slotCount);
+
+// Moves the items whose runs start in `count` slots from `from` on to the slots from `to` (below
+// `from`) on, with the bits of the slots. Cursors follow the entries in front of which they stand.
+void MoveDirItems(DirListing& listing, std::uint32_t from, std::uint32_t count, std::uint32_t to);
+
+// One past the last slot in use; 0 when none is.
+std::uint32_t UsedSlotsEnd(const DirListing& listing);
 
 // The item at the first occupied place at or after a slot; null when there is none.
 DirItem* NextDirItem(const DirListing& listing, std::uint32_t fromSlot);

@@ -39,14 +39,16 @@ DirItem* FindShortItem(const CFatFile& directory, const std::uint8_t* shortName)
     return static_cast<DirItem*>(node);
 }
 
+bool IsShortNameTaken(const CFatFile& directory, const std::uint8_t* shortName) {
+    const NameKey key = MakeNameKey(MakeShortKeyString(shortName).units);
+    return FindShortItem(directory, shortName) ||
+           FindKey(directory.listing->aliasIndex, key, [&](const KeyNode& candidate) {
+               return HasShortName(*static_cast<const AliasNode&>(candidate).item, shortName);
+           });
+}
+
 DirItem* FindDirItem(const CFatFile& directory, const char16_t* name) {
-    // Two units outside ASCII have upper-case forms within it. Open objects are known by their
-    // upper-cased path, so a name must find the same entry before and after upper-casing.
-    char16_t upcased[MaxLongNameUnits + 1] = {};
-    for (std::uint32_t i = 0; name[i] != 0 && i < MaxLongNameUnits; ++i) {
-        upcased[i] = UpcaseUnit(name[i]);
-    }
-    const ParsedName parsed = ParseEntryName(upcased);
+    const ParsedName parsed = ParseEntryName(name);
     if (parsed.longLength == 0 && parsed.HasShortForm()) {
         if (DirItem* item = FindShortItem(directory, parsed.shortForm)) {
             return item;
@@ -56,9 +58,13 @@ DirItem* FindDirItem(const CFatFile& directory, const char16_t* name) {
 }
 
 bool IsDirEmpty(const CFatFile& directory) {
-    const DirItem* item = NextDirItem(*directory.listing, 0);
+    const DirListing& listing = *directory.listing;
+    if (DataSize(directory) / DirEntrySize > MaxDirSlots && listing.endSlot == MaxDirSlots) {
+        return false;  // there may be entries beyond those that were read
+    }
+    const DirItem* item = NextDirItem(listing, 0);
     while (item && (HasShortName(*item, DotName) || HasShortName(*item, DotDotName))) {
-        item = NextDirItem(*directory.listing, item->slot + 1);
+        item = NextDirItem(listing, item->slot + 1);
     }
     return item == nullptr;
 }

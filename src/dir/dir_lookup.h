@@ -16,6 +16,10 @@ DirItem* FindDirItem(const CFatFile& directory, const char16_t* name);
 // The item without long name whose 11-byte short name is this one, or null.
 DirItem* FindShortItem(const CFatFile& directory, const std::uint8_t* shortName);
 
+// Whether an entry of a loaded directory has this 11-byte short name, as its name or as the alias
+// of a long one.
+bool IsShortNameTaken(const CFatFile& directory, const std::uint8_t* shortName);
+
 // Whether a loaded directory holds nothing but "." and "..".
 bool IsDirEmpty(const CFatFile& directory);
 

@@ -34,6 +34,7 @@ struct Parser {
 struct LongName {
     std::uint32_t entryCount = 0;
     std::uint8_t checksum = 0;
+    std::uint32_t startSlot = 0;                // of its first entry
     char16_t units[MaxLongNameUnits + 1] = {};  // zero-terminated
 };
 
@@ -71,12 +72,12 @@ FatStatus AddShortItem(const Parser& parser) {
     return AddItem(parser, 0, MakeShortKeyString(parser.entry.DIR_Name).units);
 }
 
-// Free slots between the entries of a run belong to the span of its item: they must not be given
-// to a new entry, whose item would stand in the place of this one.
+// Free slots between the entries of a run belong to its item: a new entry in one would cut the run
+// apart. A run so full of holes that no operation could take it as a whole keeps its entries only.
 FatStatus AddLongItem(const Parser& parser, const LongName& name) {
-    const std::uint32_t firstSlot = parser.slot - name.entryCount;
-    SetBits(parser.listing.slots, firstSlot, name.entryCount + 1);
-    return AddItem(parser, name.entryCount, name.units);
+    const std::uint32_t span = parser.slot - name.startSlot;
+    SetBits(parser.listing.slots, name.startSlot, span + 1);
+    return AddItem(parser, span < MaxRunSlots ? span : name.entryCount, name.units);
 }
 
 // What became of a run of long-name entries.
@@ -94,6 +95,7 @@ bool StartLongName(const Parser& parser, LongName& name) {
         return false;
     }
     name.checksum = entry.LDIR_Chksum;
+    name.startSlot = parser.slot;
     const std::uint32_t before = (name.entryCount - 1) * UnitsPerLongEntry;
     return before + CopyLongNameUnits(entry, name.units + before) != 0;
 }
@@ -194,21 +196,23 @@ FatStatus ParseDirectory(DirListing& listing, CFatFile& directory) {
     ClearBits(listing.slots, 0, slotCount);
     Parser parser{listing, directory};
     bool atEndMark = false;
-    for (; !atEndMark; ++parser.slot) {
+    while (Succeeded(status) && !atEndMark) {
         status = ReadEntry(parser);
-        if (Failed(status) || parser.FirstByte() == EndMark) {
-            return status;
-        }
-        if (parser.FirstByte() == DeletedMark) {
-            continue;
-        }
-        MarkUsed(parser);
-        status = ParseRun(parser, &atEndMark);
         if (Failed(status)) {
-            return status;
+            break;
+        }
+        if (parser.FirstByte() == EndMark) {
+            atEndMark = true;
+        } else if (parser.FirstByte() != DeletedMark) {
+            MarkUsed(parser);
+            status = ParseRun(parser, &atEndMark);
+        }
+        if (Succeeded(status) && !atEndMark) {
+            ++parser.slot;
         }
     }
-    return STATUS_SUCCESS;
+    listing.endSlot = std::min(parser.slot, slotCount);
+    return status;
 }
 
 FatStatus LoadDirListing(CFatFile& directory) {

@@ -9,9 +9,6 @@
 namespace fatvol {
 namespace {
 
-constexpr std::uint32_t BaseSize = 8;
-constexpr std::uint32_t ExtensionSize = 3;
-
 constexpr bool IsRefusedInShortName(char16_t unit) {
     constexpr std::u16string_view Refused = u"\"*+,./:;<=>?[\\]|\x7F";
     return unit <= 0x20 || Refused.find(unit) != Refused.npos;
@@ -28,7 +25,7 @@ bool CopyName(const char16_t* name, ParsedName& parsed) {
             parsed.lastDot = length;
         }
     }
-    parsed.longLength = length;
+    parsed.nameLength = parsed.longLength = length;
     return severalDots;
 }
 
@@ -37,14 +34,15 @@ bool ConvertExtension(const ParsedName& parsed, std::uint8_t* extension, bool* w
         return true;
     }
     const std::uint32_t length = parsed.longLength - parsed.lastDot - 1;
-    return length <= ExtensionSize && ConvertShortPart(parsed.name + parsed.lastDot + 1, length,
-                                                       extension, ExtensionSize, wide);
+    return length <= ShortExtensionSize &&
+           ConvertShortPart(parsed.name + parsed.lastDot + 1, length, extension, ShortExtensionSize,
+                            wide);
 }
 
 bool ConvertBase(const ParsedName& parsed, std::uint8_t* base, bool* wide) {
     const std::uint32_t length = parsed.lastDot == NoDot ? parsed.longLength : parsed.lastDot;
-    return length != 0 && length <= BaseSize &&
-           ConvertShortPart(parsed.name, length, base, BaseSize, wide);
+    return length != 0 && length <= ShortBaseSize &&
+           ConvertShortPart(parsed.name, length, base, ShortBaseSize, wide);
 }
 
 }  // namespace
@@ -57,7 +55,8 @@ ParsedName ParseEntryName(const char16_t* name) {
     std::uint8_t form[ShortNameSize];
     std::memset(form, ' ', sizeof form);
     bool wide = false;
-    if (!ConvertExtension(parsed, form + BaseSize, &wide) || !ConvertBase(parsed, form, &wide)) {
+    if (!ConvertExtension(parsed, form + ShortBaseSize, &wide) ||
+        !ConvertBase(parsed, form, &wide)) {
         return parsed;
     }
     if (form[0] == DeletedMark) {

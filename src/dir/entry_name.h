@@ -10,7 +10,8 @@ namespace fatvol {
 inline constexpr std::uint32_t NoDot = 0xFFFFFFFF;
 
 struct ParsedName {
-    // Units of the name; 0 for a plain 8.3 name of 7-bit characters, which needs no long entries.
+    std::uint32_t nameLength = 0;  // units
+    // nameLength, or 0 for a plain 8.3 name of 7-bit characters, which needs no long entries.
     std::uint32_t longLength = 0;
     std::uint32_t lastDot = NoDot;  // index of the last '.'
     // 8 bytes base and 3 bytes extension, padded with spaces; first byte 0 when the name has no

@@ -156,7 +156,7 @@ constexpr UpcaseTable Upcase = MakeTable();
 
 bool EqualFolded(const char16_t* a, const char16_t* b, std::uint32_t units) {
     for (std::uint32_t i = 0; i < units; ++i) {
-        if (a[i] != b[i] && UpcaseUnit(a[i]) != UpcaseUnit(b[i])) {
+        if (a[i] != b[i] && FoldUnit(a[i]) != FoldUnit(b[i])) {
             return false;
         }
     }

@@ -22,6 +22,13 @@ inline char16_t UpcaseUnit(char16_t unit) {
     return static_cast<char16_t>(unit + Upcase.delta[page][unit & 0xFF]);
 }
 
+// The unit as it counts when texts are compared. Two letters outside ASCII have upper-case forms
+// within it (dotless i and long s); they are told apart from those, so that names that only share a
+// key stay two names.
+inline char16_t FoldUnit(char16_t unit) {
+    return unit == 0x0131 || unit == 0x017F ? unit : UpcaseUnit(unit);
+}
+
 // Whether two runs of units are equal but for their case.
 bool EqualFolded(const char16_t* a, const char16_t* b, std::uint32_t units);
 

@@ -1,12 +1,14 @@
 #include "ops/key_table.h"
 
+#include <utility>
+
 #include "platform/allocation.h"
 
 namespace fatvol {
 namespace {
 
-// The chain of a key, or null while a level on the way to it is missing.
-KeyNode** FindHead(const KeyTable& table, const NameKey& key) {
+// The last node of the chain of a key, or null while a level on the way to it is missing.
+KeyNode** FindLast(const KeyTable& table, const NameKey& key) {
     if (!table.levels) {
         return nullptr;
     }
@@ -28,42 +30,53 @@ bool EnsureLevel(std::unique_ptr<Entry[]>& level, std::uint32_t count) {
 
 }  // namespace
 
-FatStatus InsertKey(KeyTable& table, KeyNode& node) {
+FatStatus ReserveKey(KeyTable& table, const NameKey& key) {
     if (!EnsureLevel(table.levels, table.modulus)) {
         return STATUS_NO_MEMORY;
     }
-    KeyTable::Level2& second = table.levels[node.key.HashA % table.modulus];
+    KeyTable::Level2& second = table.levels[key.HashA % table.modulus];
     if (!EnsureLevel(second, table.modulus)) {
         return STATUS_NO_MEMORY;
     }
-    KeyTable::Level3& third = second[node.key.HashB % table.modulus];
-    if (!EnsureLevel(third, table.modulus)) {
-        return STATUS_NO_MEMORY;
+    return EnsureLevel(second[key.HashB % table.modulus], table.modulus) ? STATUS_SUCCESS
+                                                                         : STATUS_NO_MEMORY;
+}
+
+FatStatus InsertKey(KeyTable& table, KeyNode& node) {
+    const FatStatus status = ReserveKey(table, node.key);
+    if (Failed(status)) {
+        return status;
     }
-    KeyNode** link = &third[node.key.HashC % table.modulus];
-    while (*link) {
-        link = &(*link)->next;
-    }
-    *link = &node;
-    node.next = nullptr;
+    KeyNode*& last = *FindLast(table, node.key);
+    node.next = last ? std::exchange(last->next, &node) : &node;
+    last = &node;
     return STATUS_SUCCESS;
 }
 
 void UnlinkKey(KeyTable& table, KeyNode& node) {
-    KeyNode** link = FindHead(table, node.key);
-    while (link && *link) {
-        if (*link == &node) {
-            *link = node.next;
-            node.next = nullptr;
+    KeyNode** const last = FindLast(table, node.key);
+    if (!last || !*last) {
+        return;
+    }
+    KeyNode* previous = *last;
+    while (previous->next != &node) {
+        previous = previous->next;
+        if (previous == *last) {
             return;
         }
-        link = &(*link)->next;
     }
+    if (previous == &node) {
+        *last = nullptr;
+    } else {
+        previous->next = node.next;
+        *last = *last == &node ? previous : *last;
+    }
+    node.next = nullptr;
 }
 
 KeyNode* FindChain(const KeyTable& table, const NameKey& key) {
-    KeyNode** head = FindHead(table, key);
-    return head ? *head : nullptr;
+    KeyNode** last = FindLast(table, key);
+    return last ? *last : nullptr;
 }
 
 }  // namespace fatvol

@@ -26,9 +26,15 @@ struct KeyTable {
 
     explicit KeyTable(std::uint32_t levelSize) : modulus(levelSize) {}
 
-    Level1 levels;  // null until the first insertion; so are the arrays below until needed
+    // Null until the first insertion; so are the arrays below until needed. A third-level entry
+    // points at the last node of its chain, whose next is the first one.
+    Level1 levels;
     std::uint32_t modulus;
 };
+
+// Makes the levels that lead to the chain of a key, so that inserting it cannot fail.
+// STATUS_NO_MEMORY changes nothing that can be observed.
+FatStatus ReserveKey(KeyTable& table, const NameKey& key);
 
 // Appends a node to the chain of its key. STATUS_NO_MEMORY leaves the node outside.
 FatStatus InsertKey(KeyTable& table, KeyNode& node);
@@ -36,15 +42,20 @@ FatStatus InsertKey(KeyTable& table, KeyNode& node);
 // Takes a node out; nothing happens when it is not in the table.
 void UnlinkKey(KeyTable& table, KeyNode& node);
 
-// The head of the chain that holds the nodes of a key; null when there is none.
+// The last node of the chain that holds the nodes of a key; null when there is none.
 KeyNode* FindChain(const KeyTable& table, const NameKey& key);
 
 // The first node with this key whose owner's text is the one meant, or null.
 template <class IsMeant>
 KeyNode* FindKey(const KeyTable& table, const NameKey& key, IsMeant isMeant) {
-    for (KeyNode* node = FindChain(table, key); node; node = node->next) {
+    KeyNode* const last = FindChain(table, key);
+    for (KeyNode* node = last; node;) {
+        node = node->next;
         if (node->key == key && isMeant(*node)) {
             return node;
+        }
+        if (node == last) {
+            break;
         }
     }
     return nullptr;

@@ -11,8 +11,19 @@ CFatFile& ObjectOf(ListNode<OpenObjectTag>& link) {
     return static_cast<CFatFile&>(link);
 }
 
-// Frees objects that only the cache holds, least recently used first, until the limit is kept.
-void EvictSurplus(OpenObjectCache& cache) {
+}  // namespace
+
+CFatFile* FindOpenObject(const OpenObjectCache& cache, const NameKey& key,
+                         const char16_t* foldedPath) {
+    KeyNode* node = FindKey(cache.keys, key, [&](const KeyNode& candidate) {
+        const CFatFile& object = *static_cast<const OpenKey&>(candidate).object;
+        const std::size_t units = key.size / 2 - 1;
+        return std::memcmp(object.keyString.get(), foldedPath, units * sizeof(char16_t)) == 0;
+    });
+    return node ? static_cast<OpenKey*>(node)->object : nullptr;
+}
+
+void TrimOpenObjectCache(OpenObjectCache& cache) {
     auto* link = cache.recency.next;
     while (cache.count > OpenObjectLimit && link != &cache.recency) {
         CFatFile& object = ObjectOf(*link);
@@ -23,18 +34,6 @@ void EvictSurplus(OpenObjectCache& cache) {
     }
 }
 
-}  // namespace
-
-CFatFile* FindOpenObject(const OpenObjectCache& cache, const NameKey& key,
-                         const char16_t* upcasedPath) {
-    KeyNode* node = FindKey(cache.keys, key, [&](const KeyNode& candidate) {
-        const CFatFile& object = *static_cast<const OpenKey&>(candidate).object;
-        const std::size_t units = key.size / 2 - 1;
-        return std::memcmp(object.keyString.get(), upcasedPath, units * sizeof(char16_t)) == 0;
-    });
-    return node ? static_cast<OpenKey*>(node)->object : nullptr;
-}
-
 FatStatus AddOpenObject(OpenObjectCache& cache, CFatFile& object) {
     const FatStatus status = InsertKey(cache.keys, object.openKey);
     if (Failed(status)) {
@@ -43,7 +42,7 @@ FatStatus AddOpenObject(OpenObjectCache& cache, CFatFile& object) {
     AddReference(object);
     LinkLast<OpenObjectTag>(cache.recency, object);
     ++cache.count;
-    EvictSurplus(cache);
+    TrimOpenObjectCache(cache);
     return STATUS_SUCCESS;
 }
 

@@ -30,14 +30,18 @@ struct OpenObjectCache {
     ListNode<OpenObjectTag> recency;  // next: least recently used
 };
 
-// The cached object of an upper-cased path of `length` units with this key, or null. No reference
-// is added.
+// The cached object of the folded path with this key (the path may go on behind it), or null. No
+// reference is added.
 CFatFile* FindOpenObject(const OpenObjectCache& cache, const NameKey& key,
-                         const char16_t* upcasedPath);
+                         const char16_t* foldedPath);
 
 // Adds an object that has its key and key string, with a reference of the cache's own, and evicts
 // others as long as there are too many. STATUS_NO_MEMORY changes nothing.
 FatStatus AddOpenObject(OpenObjectCache& cache, CFatFile& object);
+
+// Evicts objects that only the cache holds as long as there are too many: for when handles are
+// closed.
+void TrimOpenObjectCache(OpenObjectCache& cache);
 
 // Takes an object out and drops the cache's reference without touching the position.
 void RemoveOpenObject(OpenObjectCache& cache, CFatFile& object);

@@ -1,12 +1,10 @@
 #include "ops/path_lookup.h"
 
-#include <algorithm>
-#include <cstring>
-
 #include "dir/dir_listing.h"
 #include "dir/dir_lookup.h"
 #include "dir/dir_parser.h"
 #include "dir/upcase.h"
+#include "ops/cache_key.h"
 #include "ops/open_object_cache.h"
 #include "volume/fat_volume.h"
 
@@ -14,35 +12,6 @@ namespace fatvol {
 namespace {
 
 constexpr char16_t Separator = u'\\';
-
-// Where a walk starts: a directory, held, the rest of the path below it and the number of prefixes
-// up to it.
-struct WalkStart {
-    FileReference directory;
-    const char16_t* rest = nullptr;
-    std::uint32_t prefix = 0;
-};
-
-// The deepest directory on the way that is open, or the root.
-WalkStart FindWalkStart(FatVolume& volume, const PathKeys& keys) {
-    for (std::uint32_t i = keys.prefixCount; i-- > 0;) {
-        const PrefixKey& prefix = keys.prefixes[i];
-        if (CFatFile* open = FindOpenObject(volume.openObjects, prefix.key, keys.upcased)) {
-            TouchOpenObject(volume.openObjects, *open);
-            return {FileReference::To(*open), prefix.rest, i + 1};
-        }
-    }
-    return {FileReference::To(*volume.rootDirectory), keys.path, 0};
-}
-
-// Copies the first component of a path and returns what follows it.
-const char16_t* CopyComponent(const char16_t* path, char16_t* component) {
-    while (*path != 0 && *path != Separator) {
-        *component++ = *path++;
-    }
-    *component = 0;
-    return path;
-}
 
 }  // namespace
 
@@ -53,18 +22,18 @@ void MakePathKeys(const char16_t* path, PathKeys* keys) {
     std::uint32_t length = 0;
     for (; path[length] != 0; ++length) {
         const char16_t unit = UpcaseUnit(path[length]);
-        keys->upcased[length] = unit;
+        keys->folded[length] = FoldUnit(path[length]);
         if (unit == Separator) {
             keys->prefixes[keys->prefixCount++] = {hasher.Key(), path + length + 1};
         }
         hasher.Add(unit);
     }
-    keys->upcased[length] = 0;
+    keys->folded[length] = 0;
     keys->fullKey = hasher.Key();
 }
 
 CFatFile* LookupOpenObject(const FatVolume& volume, const PathKeys& keys) {
-    return FindOpenObject(volume.openObjects, keys.fullKey, keys.upcased);
+    return FindOpenObject(volume.openObjects, keys.fullKey, keys.folded);
 }
 
 FatStatus OpenItem(FatVolume& volume, const DirItem& item, FileReference* object) {
@@ -83,45 +52,49 @@ FatStatus OpenItem(FatVolume& volume, const DirItem& item, FileReference* object
     return STATUS_SUCCESS;
 }
 
-FatStatus CacheObject(CFatFile& object, const NameKey& key, const char16_t* upcasedPath) {
-    const std::uint32_t units = key.size / 2;
-    std::unique_ptr<char16_t[]> keyString(new (std::nothrow) char16_t[units]);
-    if (!keyString) {
-        return STATUS_NO_MEMORY;
+PathWalk StartWalk(FatVolume& volume, const PathKeys& keys) {
+    for (std::uint32_t i = keys.prefixCount; i-- > 0;) {
+        const PrefixKey& prefix = keys.prefixes[i];
+        if (CFatFile* open = FindOpenObject(volume.openObjects, prefix.key, keys.folded)) {
+            TouchOpenObject(volume.openObjects, *open);
+            return {FileReference::To(*open), prefix.rest, i + 1};
+        }
     }
-    std::copy_n(upcasedPath, units - 1, keyString.get());
-    keyString[units - 1] = 0;
-    object.keyString = std::move(keyString);
-    object.openKey.key = key;
-    return AddOpenObject(object.volume->openObjects, object);
+    return {FileReference::To(*volume.rootDirectory), keys.path, 0};
 }
 
-namespace {
-
-// Opens the directory of an item on the way and caches it under its prefix.
-FatStatus StepInto(FatVolume& volume, const DirItem& item, const PathKeys& keys,
-                   std::uint32_t prefix, FileReference* directory) {
-    FileReference opened;
-    FatStatus status = OpenItem(volume, item, &opened);
-    if (Succeeded(status)) {
-        status = CacheObject(*opened, keys.prefixes[prefix].key, keys.upcased);
+const char16_t* NextComponent(const PathWalk& walk, char16_t* component) {
+    const char16_t* path = walk.rest;
+    while (*path != 0 && *path != Separator) {
+        *component++ = *path++;
     }
-    if (Succeeded(status)) {
-        *directory = std::move(opened);
-    }
-    return status;
+    *component = 0;
+    return path;
 }
 
-FatStatus WalkPath(FatVolume& volume, const PathKeys& keys, WalkStart walk, FileReference* parent,
-                   DirItem** item) {
+FatStatus StepInto(FatVolume& volume, const PathKeys& keys, FileReference object, PathWalk& walk) {
+    const PrefixKey& prefix = keys.prefixes[walk.prefix];
+    PreparedKey key;
+    const FatStatus status = PrepareKey(volume, prefix.key, keys.folded, &key);
+    if (Failed(status)) {
+        return status;
+    }
+    CacheObject(*object, std::move(key));
+    walk = {std::move(object), prefix.rest, walk.prefix + 1};
+    return STATUS_SUCCESS;
+}
+
+FatStatus FindPathEntry(FatVolume& volume, const PathKeys& keys, FileReference* parent,
+                        DirItem** item) {
+    PathWalk walk = StartWalk(volume, keys);
     char16_t component[PathBufferUnits];
     for (;;) {
         if (!IsDirectory(*walk.directory)) {
             return STATUS_NOT_FOUND;
         }
-        const char16_t* after = CopyComponent(walk.rest, component);
+        const char16_t* after = NextComponent(walk, component);
         DirItem* found = FindDirItem(*walk.directory, component);
-        if (!found) {
+        if (!found || (*after != 0 && !IsDirectory(found->entry))) {
             return STATUS_NOT_FOUND;
         }
         if (*after == 0) {
@@ -129,23 +102,15 @@ FatStatus WalkPath(FatVolume& volume, const PathKeys& keys, WalkStart walk, File
             *item = found;
             return STATUS_SUCCESS;
         }
-        if (!IsDirectory(found->entry)) {
-            return STATUS_NOT_FOUND;
+        FileReference opened;
+        FatStatus status = OpenItem(volume, *found, &opened);
+        if (Succeeded(status)) {
+            status = StepInto(volume, keys, std::move(opened), walk);
         }
-        const FatStatus status = StepInto(volume, *found, keys, walk.prefix, &walk.directory);
         if (Failed(status)) {
             return status;
         }
-        walk.rest = after + 1;
-        ++walk.prefix;
     }
-}
-
-}  // namespace
-
-FatStatus FindPathEntry(FatVolume& volume, const PathKeys& keys, FileReference* parent,
-                        DirItem** item) {
-    return WalkPath(volume, keys, FindWalkStart(volume, keys), parent, item);
 }
 
 FatStatus OpenByPath(FatVolume& volume, const char16_t* path, FileReference* object) {
@@ -159,15 +124,16 @@ FatStatus OpenByPath(FatVolume& volume, const char16_t* path, FileReference* obj
     FileReference parent;
     DirItem* item = nullptr;
     FatStatus status = FindPathEntry(volume, keys, &parent, &item);
-    if (Failed(status)) {
-        return status;
-    }
     FileReference opened;
-    status = OpenItem(volume, *item, &opened);
     if (Succeeded(status)) {
-        status = CacheObject(*opened, keys.fullKey, keys.upcased);
+        status = OpenItem(volume, *item, &opened);
+    }
+    PreparedKey key;
+    if (Succeeded(status)) {
+        status = PrepareKey(volume, keys.fullKey, keys.folded, &key);
     }
     if (Succeeded(status)) {
+        CacheObject(*opened, std::move(key));
         *object = std::move(opened);
     }
     return status;

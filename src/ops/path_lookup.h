@@ -30,7 +30,7 @@ struct PathKeys {
     std::uint32_t prefixCount = 0;   // one prefix per separator
     PrefixKey prefixes[MaxPathPrefixes];
     NameKey fullKey;
-    char16_t upcased[PathBufferUnits];  // the whole path, zero-terminated
+    char16_t folded[PathBufferUnits];  // the whole path for comparing, zero-terminated
 };
 
 // Prepares a path, which must outlive the result.
@@ -53,8 +53,24 @@ FatStatus FindPathEntry(FatVolume& volume, const PathKeys& keys, FileReference* 
 // cannot be initialised or loaded, STATUS_NO_MEMORY.
 FatStatus OpenItem(FatVolume& volume, const DirItem& item, FileReference* object);
 
-// Gives an object the key and key string of an upper-cased path, of which `key` is the key, and
-// adds it to the cache of its volume. STATUS_NO_MEMORY leaves it uncached.
-FatStatus CacheObject(CFatFile& object, const NameKey& key, const char16_t* upcasedPath);
+// A walk along a path: the directory that it has reached, held, the rest of the path below that
+// and the number of prefixes up to it.
+struct PathWalk {
+    FileReference directory;
+    const char16_t* rest = nullptr;
+    std::uint32_t prefix = 0;
+};
+
+// Starts at the deepest directory on the way that is open, or at the root. It may turn out to be a
+// file.
+PathWalk StartWalk(FatVolume& volume, const PathKeys& keys);
+
+// Copies the walk's next component to a buffer of PathBufferUnits units and returns what follows
+// it: a separator, or the end.
+const char16_t* NextComponent(const PathWalk& walk, char16_t* component);
+
+// Moves a walk past its next component, into an object opened or made for it, which enters the
+// cache under its prefix. STATUS_NO_MEMORY leaves the walk where it was.
+FatStatus StepInto(FatVolume& volume, const PathKeys& keys, FileReference object, PathWalk& walk);
 
 }  // namespace fatvol

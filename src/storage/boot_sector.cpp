@@ -2,6 +2,7 @@
 
 #include <bit>
 
+#include "api/fatvol.h"
 #include "storage/little_endian.h"
 
 namespace fatvol {
@@ -12,7 +13,6 @@ constexpr std::size_t BS_jmpBoot = 0, BPB_BytsPerSec = 11, BPB_SecPerClus = 13, 
                       BPB_FATSz16 = 22, BPB_TotSec32 = 32, BPB_FATSz32 = 36, BPB_ExtFlags = 40,
                       BPB_FSVer = 42, BPB_RootClus = 44, BPB_FSInfo = 48, SignatureOffset = 510;
 
-constexpr std::uint16_t Signature = 0xAA55;
 constexpr std::uint8_t SingleActiveFat = 0x80;  // of BPB_ExtFlags: the FATs are not mirrored
 
 bool IsJumpOk(std::uint8_t first) {
@@ -52,7 +52,7 @@ bool IsLayoutOk(const std::uint8_t* b) {
 }  // namespace
 
 bool IsBootSectorOk(std::uint8_t* bootSector) {
-    if (LoadU16(bootSector + SignatureOffset) != Signature) {
+    if (LoadU16(bootSector + SignatureOffset) != CVolumeStorage::MBR_DBR_MAGIC_TAG) {
         return false;
     }
     if (LoadU16(bootSector + BPB_TotSec16) != 0) {

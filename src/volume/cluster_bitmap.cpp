@@ -110,4 +110,20 @@ void ReleaseClusters(ClusterBitmap& bitmap, std::uint32_t first, std::uint32_t c
     bitmap.freeCount += count;
 }
 
+bool IsSound(const ClusterBitmap& bitmap) {
+    const Bitmap& map = bitmap.map;
+    std::uint32_t clear = 0;
+    std::uint32_t firstClear = map.bitCount;
+    std::uint32_t start = 0;
+    std::uint32_t from = 0;
+    while (const std::uint32_t length = FindNextClearRun(map, from, &start)) {
+        firstClear = std::min(firstClear, start);
+        clear += length;
+        from = start + length;
+    }
+    const bool linkable = clear == 0 || from <= bitmap.lastLinkable + 1;
+    return map.bitCount >= 2 && map.byteCount == (map.bitCount + 7) / 8 && firstClear >= 2 &&
+           clear == bitmap.freeCount && bitmap.hint <= std::max(firstClear, 2u) && linkable;
+}
+
 }  // namespace fatvol

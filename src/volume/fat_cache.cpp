@@ -71,14 +71,6 @@ void DropBucketIfEmpty(BucketPlace& place) {
     }
 }
 
-void Unlist(FatTable& table, const FatBlock& block) {
-    const auto end = table.dirtyList.begin() + table.dirtyCount;
-    const auto found = std::find(table.dirtyList.begin(), end, &block);
-    if (found != end) {
-        *found = nullptr;
-    }
-}
-
 // Frees the node of the least recently used block. A block that cannot be written stays cached and
 // dirty, and becomes the most recently used one so that the next eviction tries another.
 FatStatus EvictNode(FatVolume& volume, FatCacheNode** freed) {
@@ -91,7 +83,7 @@ FatStatus EvictNode(FatVolume& volume, FatCacheNode** freed) {
             return status;
         }
         node.block->dirty = 0;
-        Unlist(table, *node.block);
+        *FindDirtyPlace(table, *node.block) = nullptr;
     }
     if (!RemoveFromBucket(table, node)) {
         return STATUS_FILE_CORRUPT_ERROR;
@@ -175,8 +167,8 @@ bool IsNodeSound(const FatTable& table, const FatCacheNode& node) {
         return false;
     }
     const auto end = table.dirtyList.begin() + table.dirtyCount;
-    const bool listed = std::find(table.dirtyList.begin(), end, node.block.get()) != end;
-    return listed == (node.block->dirty != 0);
+    const auto places = std::count(table.dirtyList.begin(), end, node.block.get());
+    return places == (node.block->dirty != 0 ? 1 : 0);
 }
 
 }  // namespace

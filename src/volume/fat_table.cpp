@@ -36,12 +36,13 @@ void SetBlockGeometry(FatTable& table, std::uint32_t fatType, std::uint32_t sect
         static_cast<std::uint32_t>((sectors - 1) & (table.sectorsPerBlock - 1)) + 1;
 }
 
-bool IsListed(const FatTable& table, const FatBlock& block) {
-    const auto end = table.dirtyList.begin() + table.dirtyCount;
-    return std::find(table.dirtyList.begin(), end, &block) != end;
-}
-
 }  // namespace
+
+FatBlock** FindDirtyPlace(FatTable& table, const FatBlock& block) {
+    const auto end = table.dirtyList.begin() + table.dirtyCount;
+    const auto found = std::find(table.dirtyList.begin(), end, &block);
+    return found != end ? &*found : nullptr;
+}
 
 FatStatus InitFatTable(FatVolume& volume, std::uint32_t fatType, std::uint32_t sectorShift,
                        std::uint32_t clusterCount) {
@@ -63,14 +64,15 @@ std::uint32_t SectorsOfBlock(const FatTable& table, std::uint32_t blockIndex) {
 }
 
 FatStatus WriteFatBlock(FatVolume& volume, const FatBlock& block) {
+    volume.fatTable.changedSinceCopy = true;
     return WriteSectors(*volume.storage, block.data, block.firstSector,
                         SectorsOfBlock(volume.fatTable, block.blockIndex));
 }
 
 FatStatus ReserveDirtyPlace(FatVolume& volume, const FatBlock& block) {
-    const FatTable& table = volume.fatTable;
+    FatTable& table = volume.fatTable;
     // The list is full only after a flush that failed.
-    if (table.dirtyCount < FatDirtyCapacity || IsListed(table, block)) {
+    if (table.dirtyCount < FatDirtyCapacity || FindDirtyPlace(table, block)) {
         return STATUS_SUCCESS;
     }
     return FlushFatTable(volume);
@@ -78,7 +80,7 @@ FatStatus ReserveDirtyPlace(FatVolume& volume, const FatBlock& block) {
 
 FatStatus MarkFatBlockDirty(FatVolume& volume, FatBlock& block) {
     FatTable& table = volume.fatTable;
-    if (IsListed(table, block)) {
+    if (FindDirtyPlace(table, block)) {
         return STATUS_SUCCESS;
     }
     block.dirty = 1;
@@ -113,8 +115,8 @@ FatStatus ReleaseFatVolume(FatVolume& volume) {
     for (auto* link = table.recency.next; link != &table.recency; link = link->next) {
         const auto& block = static_cast<FatCacheNode*>(link)->block;
         if (block->dirty != 0) {
-            // A last try for what the flush left behind; its own status is the one returned.
-            (void)WriteFatBlock(volume, *block);
+            // A last try for what the flush left behind; the flush's status is the one returned.
+            volume.lostFatBlock = Failed(WriteFatBlock(volume, *block)) || volume.lostFatBlock;
         }
     }
     table.dirtyList.fill(nullptr);

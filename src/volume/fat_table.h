@@ -77,6 +77,7 @@ struct FatTable {
     std::uint32_t lastBlockIndex = 0;
     std::uint32_t dirtyCount = 0;
     std::array<FatBlock*, FatDirtyCapacity> dirtyList{};  // a place may be null
+    bool changedSinceCopy = false;  // the first FAT was written and the second one not yet
 };
 
 // Sets the table of a volume with known geometry up and builds its cluster bitmap. A failure
@@ -92,7 +93,9 @@ FatStatus GetFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t* v
 FatStatus SetFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t value);
 
 // The block of this index, read if it is not cached; it stays valid until another block is asked
-// for. `sectorInFat` is its first sector counted from the start of the FAT.
+// for. `sectorInFat` is its first sector counted from the start of the FAT. When it cannot be read,
+// or no room can be made because another block cannot be written, nothing new is cached; the block
+// that could not be written stays cached and dirty. STATUS_NO_MEMORY likewise.
 FatStatus GetFatBlock(FatVolume& volume, std::uint32_t blockIndex, std::uint32_t sectorInFat,
                       FatBlock** block);
 
@@ -106,14 +109,20 @@ FatStatus ReleaseFatVolume(FatVolume& volume);
 // How many sectors of a block belong to the FAT.
 std::uint32_t SectorsOfBlock(const FatTable& table, std::uint32_t blockIndex);
 
-// Writes a block to the first FAT; its dirty flag is the caller's affair.
+// Writes a block to the first FAT; its dirty flag is the caller's affair. The status is that of the
+// storage.
 FatStatus WriteFatBlock(FatVolume& volume, const FatBlock& block);
 
-// Makes room for one more block on the dirty list, writing it when it is full.
+// Makes room for one more block on the dirty list, writing the list when it is full. A block that
+// is listed needs none. A failure means that the list could not be written whole.
 FatStatus ReserveDirtyPlace(FatVolume& volume, const FatBlock& block);
 
-// Puts a block on the dirty list after ReserveDirtyPlace, and writes the list when it is full.
+// Puts a block on the dirty list after ReserveDirtyPlace, and writes the list when it is full. The
+// block is listed even when that fails.
 FatStatus MarkFatBlockDirty(FatVolume& volume, FatBlock& block);
+
+// The place of a block on the dirty list, or null.
+FatBlock** FindDirtyPlace(FatTable& table, const FatBlock& block);
 
 // Whether the invariants above hold.
 bool IsSound(const FatTable& table);

@@ -1,4 +1,9 @@
 // The record of a mounted volume. Byte positions and sector numbers count from its first byte.
+//
+// Invariants, while it is mounted:
+//  1. The geometry fields fit together and never change.
+//  2. liveObjects holds every object whose volume this is, the root directory among them.
+//  3. Every object in openObjects is one of them.
 #pragma once
 
 #include <cstdint>
@@ -43,14 +48,19 @@ struct FatVolume {
 
     std::uint32_t fatCount = 0;
     fatvol::VolumeState state = fatvol::VolumeState::Mounted;
-    // Data of an object that is gone could not be written: that loss cannot be made good any more.
+    // Data of an object that is gone could not be written: that loss cannot be made good any more,
+    // and no flush may claim that everything is on the volume.
     bool lostWriteBack = false;
+    bool lostFatBlock = false;  // the same for a block of the FAT, at an unmount
     // Every object of this volume, so that none outlives it unnoticed.
     fatvol::ListNode<fatvol::LiveObjectTag> liveObjects;
     std::unique_ptr<FatVolume> nextMounted;  // the library's chain of mounted volumes
 };
 
 namespace fatvol {
+
+// Whether the invariants of the volume and of everything in it hold.
+bool IsSound(const FatVolume& volume);
 
 // The byte position of a data cluster (2 or above).
 inline std::uint64_t ClusterPosition(const FatVolume& volume, std::uint32_t cluster) {

@@ -14,10 +14,11 @@ namespace {
 constexpr std::uint32_t Fat16MinimumClusters = 4087;
 
 // The host fills the record, so the values that the checks of the boot sector promised are not
-// taken on trust: they divide and shift.
+// taken on trust: they divide, shift and keep the regions apart.
 bool IsUsable(const Mpb& mpb) {
     return std::has_single_bit(mpb.BPB_BytsPerSec) && mpb.BPB_BytsPerSec >= 128 &&
-           mpb.BPB_BytsPerSec <= 4096 && std::has_single_bit(mpb.BPB_SecPerClus);
+           mpb.BPB_BytsPerSec <= 4096 && std::has_single_bit(mpb.BPB_SecPerClus) &&
+           mpb.BPB_NumFATs != 0 && mpb.BPB_RsvdSecCnt != 0;
 }
 
 // How many clusters the entries of one FAT can describe.

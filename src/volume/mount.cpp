@@ -88,4 +88,17 @@ void AbandonVolume(FatVolume& volume) {
     CloseStorage(*volume.storage);
 }
 
+bool IsSound(const FatVolume& volume) {
+    bool rootIsLive = false;
+    for (auto* link = volume.liveObjects.next; link != &volume.liveObjects; link = link->next) {
+        const auto& object = static_cast<const CFatFile&>(*link);
+        rootIsLive = rootIsLive || &object == volume.rootDirectory;
+        if (object.volume != &volume || !IsSound(object) || !IsSound(object.blocks, object)) {
+            return false;
+        }
+    }
+    return rootIsLive && IsSound(volume.fatTable) && IsSound(volume.clusterBitmap) &&
+           IsSound(volume.openObjects);
+}
+
 }  // namespace fatvol

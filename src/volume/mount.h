@@ -26,6 +26,11 @@ FatStatus MountVolume(FatVolume& volume);
 // a second call does the rest. After success the record can be destroyed.
 FatStatus UnmountVolume(FatVolume& volume);
 
+// Writes everything pending and keeps the volume mounted: contents of files, FAT, directories, the
+// second FAT. False when something could not be written, which stays pending, or was lost before. A
+// FAT that cannot be written keeps the directories back, whose entries must not get ahead of it.
+bool FlushVolume(FatVolume& volume);
+
 // Frees all that a volume holds without writing anything, and closes the storage.
 void AbandonVolume(FatVolume& volume);
 

@@ -1,4 +1,4 @@
-// Unmounting: everything pending goes to the medium, in an order that leaves it sound.
+// Flushing and unmounting: everything pending goes to the medium, in an order that leaves it sound.
 #include <cstring>
 #include <memory>
 #include <new>
@@ -45,21 +45,36 @@ void ResetFsInfo(FatVolume& volume) {
     (void)WriteBytes(*volume.storage, sector, position, FsInfoSize);
 }
 
-// Brings the second FAT up to date. The first one is complete, so a copy that fails is passed over
-// in silence; a volume with a single FAT has none.
-void CopyFatToSecond(FatVolume& volume) {
+// Brings the second FAT up to date; a volume with a single FAT has none.
+FatStatus CopyFatToSecond(FatVolume& volume) {
     if (volume.fatSize == 0 || volume.fatCount < 2) {
-        return;
+        return STATUS_SUCCESS;
     }
     const std::size_t size = std::size_t{volume.fatSize} * volume.bytesPerSector;
     const std::unique_ptr<std::uint8_t[]> fat(new (std::nothrow) std::uint8_t[size]);
     if (!fat) {
-        return;
+        return STATUS_NO_MEMORY;
     }
-    if (Succeeded(ReadSectors(*volume.storage, fat.get(), volume.firstFatSector, volume.fatSize))) {
-        (void)WriteSectors(*volume.storage, fat.get(),
-                           std::uint64_t{volume.firstFatSector} + volume.fatSize, volume.fatSize);
+    const FatStatus status =
+        ReadSectors(*volume.storage, fat.get(), volume.firstFatSector, volume.fatSize);
+    if (Failed(status)) {
+        return status;
     }
+    return WriteSectors(*volume.storage, fat.get(),
+                        std::uint64_t{volume.firstFatSector} + volume.fatSize, volume.fatSize);
+}
+
+enum class ObjectKind { Files, Directories };
+
+bool FlushObjects(FatVolume& volume, ObjectKind kind) {
+    bool allWritten = true;
+    for (auto* link = volume.liveObjects.next; link != &volume.liveObjects; link = link->next) {
+        auto& object = static_cast<CFatFile&>(*link);
+        if (IsDirectory(object) == (kind == ObjectKind::Directories)) {
+            allWritten = FlushFileBlocks(object) && allWritten;
+        }
+    }
+    return allWritten;
 }
 
 // Writes and lets go of the objects that handles still hold.
@@ -71,6 +86,22 @@ void DetachHeldObjects(FatVolume& volume) {
 
 }  // namespace
 
+bool FlushVolume(FatVolume& volume) {
+    const bool filesWritten = FlushObjects(volume, ObjectKind::Files);
+    if (Failed(FlushFatTable(volume))) {
+        return false;
+    }
+    const bool directoriesWritten = FlushObjects(volume, ObjectKind::Directories);
+    ResetFsInfo(volume);
+    if (volume.fatTable.changedSinceCopy) {
+        if (Failed(CopyFatToSecond(volume))) {
+            return false;
+        }
+        volume.fatTable.changedSinceCopy = false;
+    }
+    return filesWritten && directoriesWritten && !volume.lostWriteBack;
+}
+
 FatStatus UnmountVolume(FatVolume& volume) {
     if (volume.state == VolumeState::Mounted) {
         ResetFsInfo(volume);
@@ -80,7 +111,11 @@ FatStatus UnmountVolume(FatVolume& volume) {
             return status;
         }
     }
-    CopyFatToSecond(volume);
+    if (!volume.lostFatBlock) {
+        // The first FAT is complete, so a copy that fails takes nothing away. An incomplete one
+        // must not replace the second, which is whole though older.
+        (void)CopyFatToSecond(volume);
+    }
     EmptyOpenObjectCache(volume.openObjects);
     DetachHeldObjects(volume);
     CloseStorage(*volume.storage);

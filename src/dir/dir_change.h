@@ -1,0 +1,54 @@
+// Changing the entries of a directory, on the medium and in its listing together. The callers make
+// sure that a new name is not taken and that a directory to be deleted is empty.
+#pragma once
+
+#include <cstdint>
+
+#include "data/fat_file.h"
+#include "dir/dir_entry.h"
+#include "storage/fat_status.h"
+
+namespace fatvol {
+
+struct DirItem;
+
+// What a new entry holds besides its name and the current time.
+struct EntryContent {
+    std::uint8_t attributes;
+    std::uint32_t sizeBytes;
+    std::uint32_t firstCluster;
+};
+
+// Writes the entry run of a new name (at most 259 units) and adds its item, which `*item` receives.
+// Failures are those of AllocateDirSlots and of the transfers, and STATUS_NO_MEMORY; then the
+// directory holds no new name, though it may have been compacted or have grown.
+FatStatus CreateDirEntries(CFatFile& directory, const char16_t* name, const EntryContent& content,
+                           DirItem** item);
+
+// Byte 0 of each entry of a run before it was marked deleted.
+struct SavedFirstBytes {
+    std::uint8_t bytes[MaxRunSlots];
+};
+
+// Marks the entries of `count` (1 to MaxRunSlots) slots deleted and frees the slots; the item stays
+// with the caller. After a failure nothing is changed.
+FatStatus DeleteDirEntries(CFatFile& directory, std::uint32_t firstSlot, std::uint32_t count,
+                           SavedFirstBytes* saved);
+
+// Deletes an entry that was created and takes its item out of the listing, to undo a creation.
+// Failures as for DeleteDirEntries.
+FatStatus RemoveEntry(CFatFile& directory, DirItem& item);
+
+// Gives the entry of an object another name, with fresh time stamps. The object's entry and long
+// name follow. After a failure the old entry stands as it was.
+FatStatus RenameDirEntry(CFatFile& directory, CFatFile& object, DirItem& item,
+                         const char16_t* newName);
+
+// Deletes the entry of an object and frees its clusters; the object owns none afterwards. A FAT
+// entry that cannot be written leaves a lost cluster. After a failure nothing is changed.
+FatStatus DeleteFileEntry(CFatFile& directory, CFatFile& object, DirItem& item);
+
+// Moves an entry run unchanged to another directory. After a failure it stands where it was.
+FatStatus MoveDirEntry(CFatFile& source, DirItem& item, CFatFile& destination);
+
+}  // namespace fatvol

@@ -1,0 +1,36 @@
+#include "dir/dir_change.h"
+#include "dir/dir_listing.h"
+#include "dir/dir_lookup.h"
+#include "ops/change_by_path.h"
+#include "ops/path_entry.h"
+#include "volume/fat_volume.h"
+
+namespace fatvol {
+
+FatStatus DeleteByPath(FatVolume& volume, const char16_t* path) {
+    PathKeys keys;
+    MakePathKeys(path, &keys);
+    CFatFile* open = TouchCached(volume, keys);
+    if (open && IsInUse(*open)) {
+        return STATUS_FILE_INVALID;
+    }
+    PathEntry entry;
+    FatStatus status = FindEntry(volume, keys, open, &entry);
+    if (Succeeded(status) && !entry.object) {
+        status = OpenItem(volume, *entry.parent.item, &entry.object);
+    }
+    if (Failed(status)) {
+        return status;
+    }
+    CFatFile& object = *entry.object;
+    if (IsDirectory(object) && !IsDirEmpty(object)) {
+        return STATUS_FILE_INVALID;
+    }
+    status = DeleteFileEntry(*entry.parent.directory, object, *entry.parent.item);
+    if (Succeeded(status) && open) {
+        RemoveOpenObject(volume.openObjects, object);
+    }
+    return status;
+}
+
+}  // namespace fatvol

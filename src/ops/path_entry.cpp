@@ -1,0 +1,23 @@
+#include "ops/path_entry.h"
+
+#include "volume/fat_volume.h"
+
+namespace fatvol {
+
+CFatFile* TouchCached(FatVolume& volume, const PathKeys& keys) {
+    CFatFile* open = LookupOpenObject(volume, keys);
+    if (open) {
+        TouchOpenObject(volume.openObjects, *open);
+    }
+    return open;
+}
+
+FatStatus FindEntry(FatVolume& volume, const PathKeys& keys, CFatFile* open, PathEntry* entry) {
+    if (!open) {
+        return FindPathEntry(volume, keys, &entry->parent.directory, &entry->parent.item);
+    }
+    entry->object = FileReference::To(*open);
+    return FindParentEntry(*open, &entry->parent);
+}
+
+}  // namespace fatvol

@@ -1,0 +1,303 @@
+#include "volume/resize_file.h"
+
+#include <algorithm>
+
+#include "data/fat_file.h"
+#include "data/file_data.h"
+#include "dir/dir_listing.h"
+#include "ops/entry_write_back.h"
+#include "volume/cluster_allocation.h"
+#include "volume/fat_volume.h"
+
+namespace fatvol {
+namespace {
+
+constexpr std::uint32_t MaxDirSize = MaxDirSlots * DirEntrySize;  // bytes
+constexpr std::uint32_t ClearPiece = 512;                         // bytes
+
+// A change under way: what is asked for, and what the object was.
+struct Resize {
+    CFatFile& object;
+    FatVolume& volume;
+    std::uint32_t size;          // bytes, as asked for
+    std::uint64_t newAllocated;  // bytes, whole clusters
+    CFatFile* parent;
+    DirItem* item;
+    ShortEntry oldEntry;
+    std::uint64_t oldAllocated;
+    std::uint64_t oldDataSize;
+
+    std::uint32_t Clusters(std::uint64_t bytes) const {
+        return static_cast<std::uint32_t>(bytes >> volume.clusterShift);
+    }
+};
+
+void SetFirst(CFatFile& object, std::uint32_t cluster) {
+    object.firstCluster = cluster;
+    SetFirstCluster(object.entry, cluster);
+}
+
+void RestoreObject(Resize& resize) {
+    resize.object.entry = resize.oldEntry;
+    resize.object.firstCluster = FirstCluster(resize.oldEntry);
+    resize.object.allocatedSize = resize.oldAllocated;
+}
+
+// Stores the changed entry with the new size.
+FatStatus StoreEntry(Resize& resize) {
+    if (!IsDirectory(resize.object)) {
+        SetFileSize(resize.object.entry, resize.size);
+    }
+    return WriteBackEntry(resize.object, resize.parent, resize.item);
+}
+
+// Brings the cached blocks in line with a data size that has changed. The cached bytes behind the
+// old end are zero; what the volume holds there may be anything, so a block that shows such bytes
+// has to be written.
+void FitCachedBlocks(const Resize& resize) {
+    CFatFile& object = resize.object;
+    const std::uint64_t size = DataSize(object);
+    if (size < resize.oldDataSize) {
+        TruncateFileBlocks(object, size);
+    } else if (size > resize.oldDataSize && (resize.oldDataSize & BlockMask) != 0) {
+        if (CacheBlock* last = FindBlock(object.blocks, BlockNumber(resize.oldDataSize))) {
+            last->dirty = 1;
+        }
+    }
+}
+
+FatStatus ChangeSizeOnly(Resize& resize) {
+    const FatStatus status = StoreEntry(resize);
+    if (Failed(status)) {
+        RestoreObject(resize);
+        return status;
+    }
+    FitCachedBlocks(resize);
+    return STATUS_SUCCESS;
+}
+
+// The clusters that an object gains, and where they are attached.
+struct Addition {
+    ClusterRunList clusters;
+    std::uint32_t last = 0;       // the object's last cluster until now; 0 when it has none
+    std::uint32_t lastValue = 0;  // what its FAT entry held
+};
+
+// Takes everything that growing needs, without touching the FAT.
+FatStatus PrepareGrowth(Resize& resize, Addition& added) {
+    CFatFile& object = resize.object;
+    const std::uint32_t count = resize.Clusters(resize.newAllocated - resize.oldAllocated);
+    FatStatus status = Init(added.clusters);
+    if (Succeeded(status) && object.runs.count > 1) {
+        added.last = LastCluster(object.runs);
+        status = GetFatEntry(resize.volume, added.last, &added.lastValue);
+    }
+    if (Succeeded(status)) {
+        status = AllocateClusters(resize.volume.clusterBitmap, count, added.clusters);
+    }
+    if (Failed(status)) {
+        return status;
+    }
+    status = ReserveRuns(object.runs, added.clusters.count);
+    if (Succeeded(status) && IsDirectory(object)) {
+        status = ResizeDirListing(*object.listing,
+                                  static_cast<std::uint32_t>(resize.newAllocated / DirEntrySize));
+    }
+    if (Failed(status)) {
+        ReleaseRuns(resize.volume.clusterBitmap, added.clusters);
+    }
+    return status;
+}
+
+// Detaches the clusters in the FAT again. When that cannot be done for all of them they stay taken:
+// a lost cluster does no harm, a shared one would.
+void UndoGrowth(Resize& resize, const Addition& added) {
+    FatVolume& volume = resize.volume;
+    if (IsDirectory(resize.object)) {
+        // Fewer slots always fit.
+        (void)ResizeDirListing(*resize.object.listing,
+                               static_cast<std::uint32_t>(resize.oldAllocated / DirEntrySize));
+    }
+    const bool detached = added.last == 0 || RestoreFatEntry(volume, added.last, added.lastValue);
+    if (RestoreFree(volume, added.clusters) && detached) {
+        ReleaseRuns(volume.clusterBitmap, added.clusters);
+    }
+}
+
+FatStatus LinkAddition(Resize& resize, const Addition& added) {
+    const std::uint32_t first = added.clusters.runs[1].startCluster;
+    const FatStatus status =
+        added.last != 0 ? SetFatEntry(resize.volume, added.last, first) : STATUS_SUCCESS;
+    return Failed(status) ? status : ChainClusters(resize.volume, added.clusters);
+}
+
+// Makes the added clusters the object's. The room for the runs was reserved.
+void AdoptAddition(Resize& resize, const Addition& added) {
+    CFatFile& object = resize.object;
+    if (added.last == 0) {
+        SetFirst(object, added.clusters.runs[1].startCluster);
+    }
+    for (std::uint32_t run = 1; run < added.clusters.count; ++run) {
+        const ClusterRun* runs = added.clusters.runs;
+        const std::uint32_t total = TotalClusters(object.runs);
+        const std::uint32_t length = runs[run].endIndex - runs[run - 1].endIndex;
+        (void)MapRange(object.runs, total, total + length, runs[run].startCluster);
+    }
+    object.allocatedSize = resize.newAllocated;
+}
+
+// Free slots must read as zero, which fresh clusters do not.
+FatStatus ClearNewSpace(Resize& resize) {
+    static constexpr std::uint8_t Zeros[ClearPiece] = {};
+    std::uint64_t position = resize.oldAllocated;
+    while (position < resize.newAllocated) {
+        const auto length = static_cast<std::uint32_t>(
+            std::min<std::uint64_t>(resize.newAllocated - position, ClearPiece));
+        std::uint32_t written = 0;
+        const FatStatus status =
+            WriteFileData(resize.object, position, length, Zeros, &written, resize.newAllocated);
+        if (Failed(status)) {
+            return status;
+        }
+        position += length;
+    }
+    return STATUS_SUCCESS;
+}
+
+FatStatus Grow(Resize& resize) {
+    CFatFile& object = resize.object;
+    Addition added;
+    FatStatus status = PrepareGrowth(resize, added);
+    if (Failed(status)) {
+        return status;
+    }
+    status = LinkAddition(resize, added);
+    if (Failed(status)) {
+        UndoGrowth(resize, added);
+        return status;
+    }
+    AdoptAddition(resize, added);
+    if (IsDirectory(object)) {
+        status = ClearNewSpace(resize);
+    }
+    if (Succeeded(status)) {
+        status = StoreEntry(resize);
+    }
+    if (Failed(status)) {
+        RestoreObject(resize);
+        TruncateFileBlocks(object, DataSize(object));
+        CutTail(object.runs, TotalClusters(added.clusters));
+        UndoGrowth(resize, added);
+        return status;
+    }
+    FitCachedBlocks(resize);
+    return STATUS_SUCCESS;
+}
+
+// Links the clusters from file index `from` on as they were before a cut. Those whose entries
+// cannot be restored stay taken all the same.
+void RelinkTail(Resize& resize, std::uint32_t from, std::uint32_t lastValue) {
+    const ClusterRunList& runs = resize.object.runs;
+    std::uint32_t next = lastValue;
+    for (std::uint32_t index = TotalClusters(runs); index-- > from;) {
+        std::uint32_t cluster = 0;
+        std::uint32_t left = 0;
+        if (ClusterAt(runs, index, &cluster, &left)) {
+            (void)RestoreFatEntry(resize.volume, cluster, next);
+            next = cluster;
+        }
+    }
+}
+
+// Frees the clusters of the tail in the FAT and ends the chain before them.
+FatStatus UnlinkTail(Resize& resize, const ClusterRunList& tail, std::uint32_t kept) {
+    FatStatus status = FreeChain(resize.volume, tail);
+    std::uint32_t last = 0;
+    std::uint32_t left = 0;
+    if (Succeeded(status) && kept > 0 && ClusterAt(resize.object.runs, kept - 1, &last, &left)) {
+        status = SetFatEntry(resize.volume, last, EndOfChain);
+    }
+    return status;
+}
+
+FatStatus Shrink(Resize& resize) {
+    CFatFile& object = resize.object;
+    const std::uint32_t kept = resize.Clusters(resize.newAllocated);
+    const std::uint32_t count = resize.Clusters(resize.oldAllocated) - kept;
+    ClusterRunList tail;
+    std::uint32_t lastValue = EndOfChain;
+    FatStatus status = Init(tail);
+    if (Succeeded(status)) {
+        status = CopyTail(object.runs, tail, count);
+    }
+    if (Succeeded(status)) {
+        status = GetFatEntry(resize.volume, LastCluster(object.runs), &lastValue);
+    }
+    if (Failed(status)) {
+        return status;
+    }
+    status = UnlinkTail(resize, tail, kept);
+    if (Succeeded(status)) {
+        if (kept == 0) {
+            SetFirst(object, 0);
+        }
+        status = StoreEntry(resize);
+    }
+    if (Failed(status)) {
+        RestoreObject(resize);
+        RelinkTail(resize, kept == 0 ? 0 : kept - 1, lastValue);
+        return status;
+    }
+    ReleaseRuns(resize.volume.clusterBitmap, tail);
+    CutTail(object.runs, count);
+    object.allocatedSize = resize.newAllocated;
+    if (IsDirectory(object)) {
+        // Fewer slots always fit.
+        (void)ResizeDirListing(
+            *object.listing,
+            std::min(static_cast<std::uint32_t>(resize.newAllocated / DirEntrySize), MaxDirSlots));
+    }
+    FitCachedBlocks(resize);
+    return STATUS_SUCCESS;
+}
+
+// Whether a directory can have this many bytes: its entries must stay within, and its slots within
+// what a directory may have.
+FatStatus CheckDirectorySize(const CFatFile& object, std::uint64_t newAllocated) {
+    if (newAllocated > object.allocatedSize) {
+        return newAllocated > MaxDirSize ? STATUS_DISK_FULL : STATUS_SUCCESS;
+    }
+    const DirListing& listing = *object.listing;
+    const bool unread =
+        object.allocatedSize > MaxDirSize && listing.endSlot == listing.slots.bitCount;
+    const bool cutsEntries = std::uint64_t{UsedSlotsEnd(listing)} * DirEntrySize > newAllocated;
+    return unread || cutsEntries ? STATUS_FILE_INVALID : STATUS_SUCCESS;
+}
+
+}  // namespace
+
+FatStatus ResizeFile(CFatFile& object, std::uint32_t sizeBytes, CFatFile* parent, DirItem* item) {
+    FatVolume& volume = *object.volume;
+    const std::uint64_t newAllocated =
+        (std::uint64_t{sizeBytes} + volume.clusterMask) & ~std::uint64_t{volume.clusterMask};
+    if (sizeBytes > 0u - volume.bytesPerCluster) {
+        return STATUS_INVALID_PARAMETER;
+    }
+    Resize resize{object,          volume, sizeBytes,    newAllocated,
+                  parent,          item,   object.entry, object.allocatedSize,
+                  DataSize(object)};
+    const bool isDirectory = IsDirectory(object);
+    if (newAllocated == object.allocatedSize) {
+        const bool unchanged = isDirectory || sizeBytes == FileSize(object.entry);
+        return unchanged ? STATUS_SUCCESS : ChangeSizeOnly(resize);
+    }
+    if (isDirectory) {
+        const FatStatus status = CheckDirectorySize(object, newAllocated);
+        if (Failed(status)) {
+            return status;
+        }
+    }
+    return newAllocated > object.allocatedSize ? Grow(resize) : Shrink(resize);
+}
+
+}  // namespace fatvol
