@@ -1,0 +1,126 @@
+#include "random_tree.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace fatvol::test {
+
+namespace {
+
+constexpr size_t maxPathUnits = 259;
+
+template <typename T, size_t size>
+const T& Pick(Rng& rng, const T (&choices)[size]) {
+    return choices[Below(rng, size)];
+}
+
+// Clusters in runs of random length and order.
+std::vector<uint32_t> ShuffledClusters(const Geometry& geometry, Rng& rng) {
+    std::vector<std::vector<uint32_t>> runs(1);
+    for (uint32_t i = 0; i < std::min(geometry.clusterCount, 100000U); ++i) {
+        if (Below(rng, runs.size() % 4 == 0 ? 2 : 20) == 0) {
+            runs.emplace_back();
+        }
+        runs.back().push_back(2 + i);
+    }
+    std::vector<uint32_t> order;
+    for (size_t left = runs.size(); left > 0; --left) {
+        std::swap(runs[left - 1], runs[Below(rng, left)]);
+        order.insert(order.end(), runs[left - 1].begin(), runs[left - 1].end());
+    }
+    return order;
+}
+
+EntryOptions RandomOptions(Rng& rng) {
+    EntryOptions options;
+    options.attributes = Pick<uint8_t>(rng, {0x20, 0x20, 0x00, 0x21, 0x22, 0x26, 0x27});
+    options.times.createTenth = static_cast<uint8_t>(Below(rng, 200));
+    for (uint16_t* time : {&options.times.createTime, &options.times.writeTime}) {
+        const uint64_t hour = Below(rng, 24), minute = Below(rng, 60);
+        *time = static_cast<uint16_t>(hour << 11 | minute << 5 | Below(rng, 30));
+    }
+    for (uint16_t* date :
+         {&options.times.createDate, &options.times.accessDate, &options.times.writeDate}) {
+        const uint64_t year = Below(rng, 128), month = 1 + Below(rng, 12);
+        *date = static_cast<uint16_t>(year << 9 | month << 5 | (1 + Below(rng, 28)));
+    }
+    options.longName = Below(rng, 8) == 0 ? LongName::Always : LongName::WhenNeeded;
+    return options;
+}
+
+}  // namespace
+
+std::vector<uint8_t> RandomBytes(Rng& rng, size_t count) {
+    std::vector<uint8_t> bytes(count);
+    for (size_t at = 0; at < count; at += 8) {
+        const uint64_t word = rng();
+        std::memcpy(&bytes[at], &word, std::min<size_t>(8, count - at));
+    }
+    return bytes;
+}
+
+std::u16string RandomName(Rng& rng, size_t maxUnits, Names names) {
+    // Beyond ASCII, lower-case letters only: no two names may differ in nothing but case.
+    static constexpr std::u16string_view alphabets[] = {
+        u"ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-$", u"abcdefghijklmnopqrstuvwxyz0123456789",
+        u"abcXYZ  +,;=[]&'()", u"\u00E0\u00E9\u00F1\u00FCabc\u03B1\u03B2\u03B3\u0436\u0448 ",
+        u"\u4E2D\u6587\u65E5\u672C\U0001F600\U0001D11E"};
+    const std::u16string_view alphabet = alphabets[Below(rng, names == Names::Ascii ? 3 : 5)];
+    const uint64_t wild = Pick(rng, {uint64_t{1}, uint64_t{12}, uint64_t{13}, uint64_t{14},
+                                     uint64_t{26}, uint64_t{250}, 1 + Below(rng, 60)});
+    const uint64_t length = Below(rng, 2) == 0 ? 1 + Below(rng, 8) : wild;
+    std::u16string name;
+    while (name.size() < length) {
+        const uint64_t at = Below(rng, alphabet.size());
+        const bool isPair = (alphabet[at] & 0xF800) == 0xD800;
+        name += isPair ? alphabet.substr(at & ~uint64_t{1}, 2) : alphabet.substr(at, 1);
+    }
+    name += Pick<std::u16string_view>(
+        rng, {u"", u".TXT", u".C", u".html", names == Names::Ascii ? u".x" : u".\u00E9"});
+    name.resize(std::min<size_t>({name.size(), maxUnits, 255}));
+    if (name.back() == u' ' || name.back() == u'.' || (name.back() & 0xFC00) == 0xD800) {
+        name.back() = u'z';
+    }
+    name.front() = name.front() == u' ' ? u'q' : name.front();
+    return name;
+}
+
+uint32_t RandomSize(Rng& rng, uint32_t clusterBytes, uint64_t maximum) {
+    const uint64_t base = Pick(rng, {uint64_t{0}, uint64_t{clusterBytes} * Below(rng, 20),
+                                     uint64_t{262144}, uint64_t{524288}, Below(rng, maximum + 1)});
+    const uint64_t size = base + Below(rng, 3);
+    return static_cast<uint32_t>(std::min(size == 0 ? 0 : size - 1, maximum));
+}
+
+const Tree& FillRandomTree(ImageBuilder& builder, Rng& rng, uint32_t entryCount,
+                           uint64_t maxFileBytes, Names names) {
+    const uint32_t clusterBytes = builder.geometry.clusterBytes;
+    // What an entry may take beside its content: slots for it, and a directory's cluster.
+    const uint32_t reserve = 2 + 24 * 32 / clusterBytes + 1;
+    builder.SetAllocationOrder(ShuffledClusters(builder.geometry, rng));
+    std::vector<size_t> parents = {ImageBuilder::root};
+    for (uint32_t i = 0; i < entryCount && builder.FreeClusters() > 2 * reserve; ++i) {
+        const size_t parent = parents[Below(rng, parents.size())];
+        const std::u16string above = builder.Path(parent);
+        const bool isFixed = builder.FirstCluster(parent) == 0;
+        if (above.size() > maxPathUnits - 14 || (isFixed && builder.FreeSlots(parent) < 24)) {
+            continue;
+        }
+        const std::u16string name = RandomName(rng, maxPathUnits - above.size() - 1, names);
+        if (builder.HasPath(JoinPath(above, name))) {
+            continue;
+        }
+        builder.AddDeletedSlots(parent, Below(rng, 6) == 0 ? 1 + rng() % 2 : 0);
+        if (Below(rng, 4) == 0) {
+            parents.push_back(builder.AddDirectory(parent, name, RandomOptions(rng)));
+        } else {
+            const uint64_t room = uint64_t{builder.FreeClusters() - 2 * reserve} * clusterBytes / 8;
+            const size_t size = RandomSize(rng, clusterBytes, std::min(maxFileBytes, room));
+            builder.AddFile(parent, name, RandomBytes(rng, size), RandomOptions(rng));
+        }
+    }
+    builder.SetAllocationOrder({});
+    return builder.tree;
+}
+
+}  // namespace fatvol::test

@@ -1,0 +1,196 @@
+// Storage objects, boot sectors and the geometry computed from them.
+#include "storage/boot_sector.h"
+
+#include <cstring>
+
+#include "mounted_volume.h"
+#include "volume/geometry.h"
+
+namespace fatvol::test {
+namespace {
+
+// A storage that notes which of its operations are called, with the sector size at the read.
+struct Probe : MemoryStorage {
+    using CFatStorage::GetBytesPerSector;
+    using CFatStorage::IsDbrOk;
+    using CVolumeStorage::CaclSectorShift;
+    using MemoryStorage::MemoryStorage;
+
+    int OpenDevice(void* parameter) override {
+        log += "open";
+        return MemoryStorage::OpenDevice(parameter);
+    }
+    void PrepareDevice() override {
+        log += " prepare";
+        MemoryStorage::PrepareDevice();
+        Disk().beforeCall = [this](const Call& call) {
+            EXPECT_EQ(call, (Call{CallKind::ReadBytes, 0, 2048}));
+            log += " read@" + std::to_string(BytesPerSector) + "," + std::to_string(SectorShift);
+            return 0;
+        };
+    }
+    std::string log;
+};
+
+TEST(Storage, OpensInThisOrder) {
+    const std::string upToRead = "open prepare read@2048,11";
+    const struct {
+        int openResult;
+        uint64_t failingRead;
+        uint32_t signature;
+        FatStatus status;
+        std::string log;
+    } cases[] = {{-9, 0, 0xAA55, FatStatus{-9}, "open"},
+                 {0, 1, 0xAA55, FatStatus{-5}, upToRead},
+                 {7, 0, 0x55AA, STATUS_UNRECOGNIZED_VOLUME, upToRead},
+                 {7, 0, 0xAA55, STATUS_SUCCESS, upToRead}};
+    for (const auto& [openResult, failingRead, signature, status, log] : cases) {
+        ImageBuilder builder({16, 4096});
+        builder.SetBootField(510, 2, signature);
+        builder.disk.openResult = openResult;
+        builder.disk.failure.countdown = failingRead;
+        builder.disk.closeResult = false;
+        Probe probe(builder.disk);
+        EXPECT_EQ(FatStatus{probe.Open(&builder)}, status);
+        EXPECT_EQ(probe.log, log);
+        EXPECT_TRUE(builder.disk.openParameter == &builder && builder.disk.counters.closes == 0);
+        if (status == STATUS_SUCCESS) {
+            EXPECT_TRUE(probe.BytesPerSector == 4096 && probe.SectorShift == 12);
+            EXPECT_EQ(Probe(probe).DbrBuffer, probe.DbrBuffer);
+            EXPECT_FALSE(probe.Close());
+        }
+        for (const auto& [size, shift] : {std::pair{0U, 0U}, {1, 0}, {2, 1}, {3, 1}, {4096, 12}}) {
+            probe.CaclSectorShift(size);
+            EXPECT_TRUE(probe.BytesPerSector == size && probe.SectorShift == shift) << size;
+        }
+    }
+}
+
+// Hosts are compiled against the places of the fields and of the virtual functions.
+TEST(Storage, HasThisLayout) {
+    MemoryDisk disk(2048);
+    const Probe s(disk);
+    const void* const fields[] = {&s.HostContext,
+                                  &s.DbrBuffer,
+                                  &s.SectorShift,
+                                  &s.BytesPerSector,
+                                  &s.GetMpbProc,
+                                  &s.ReadBytesProc,
+                                  &s.WriteBytesProc,
+                                  &s.ReadBytesAlignedProc,
+                                  &s.WriteBytesAlignedProc,
+                                  &s.ReadSectorsProc,
+                                  &s.WriteSectorsProc};
+    long expected = 8;
+    for (const void* field : fields) {
+        EXPECT_EQ(static_cast<const char*>(field) - reinterpret_cast<const char*>(&s), expected);
+        expected += field == &s.SectorShift || field == &s.BytesPerSector ? 4 : 8;
+    }
+    EXPECT_TRUE(sizeof(CVolumeStorage) == 88 && sizeof(CFatStorage) == 88 && expected == 88);
+    const auto slot = [](auto function) {
+        uintptr_t words[2];  // of a pointer to a virtual function: 1 + its offset in the table
+        static_assert(sizeof(words) == sizeof(function));
+        std::memcpy(words, &function, sizeof(words));
+        return words[0] / sizeof(void*);
+    };
+    EXPECT_TRUE(slot(&Probe::OpenDevice) == 0 && slot(&Probe::CloseDevice) == 1 &&
+                slot(&Probe::IsDbrOk) == 2 && slot(&Probe::GetBytesPerSector) == 3 &&
+                slot(&Probe::PrepareDevice) == 4);
+}
+
+TEST(BootSector, IsAcceptedOrRefused) {
+    const struct {
+        uint32_t fatType, offset, sizeBytes;
+        std::vector<uint32_t> values;
+        size_t acceptedCount;  // of them; the rest is refused
+    } cases[] = {{16, 510, 2, {0xAA55, 0x55AA, 0}, 1},
+                 {16, 0, 1, {0xE9, 0xEB, 0x49, 0xE8, 0}, 3},
+                 {16, 11, 2, {128, 256, 512, 1024, 2048, 4096, 0, 64, 127, 768, 4097, 8192}, 6},
+                 {16, 13, 1, {1, 2, 4, 8, 16, 32, 64, 128, 0, 3, 255}, 8},
+                 {16, 14, 2, {1, 0xFFFF, 0}, 2},
+                 {16, 16, 1, {1, 2, 255, 0}, 3},
+                 {16, 17, 2, {1, 0xFFFF, 0}, 2},
+                 {16, 19, 2, {1, 0xFFFF, 0}, 2},
+                 {32, 32, 4, {1, 0xFFFFFFFF, 0}, 2},
+                 {16, 21, 1, {0xF0, 0xF8, 0xF9, 0xFB, 0xFC, 0xFD, 0xFE, 0xFF, 0, 0xF7, 0xFA}, 8},
+                 {16, 40, 4, {0x00010080}, 1},
+                 {32, 17, 2, {0, 512}, 2},
+                 {32, 36, 4, {1, 0x10000, 0}, 2},
+                 {32, 40, 2, {0, 1, 0xFF7F, 0x80, 0xFFFF}, 3},
+                 {32, 42, 2, {0, 1, 0x100}, 1}};
+    for (const auto& [fatType, offset, sizeBytes, values, acceptedCount] : cases) {
+        for (size_t i = 0; i < values.size(); ++i) {
+            ImageBuilder builder({fatType});
+            builder.SetBootField(offset, sizeBytes, values[i]);
+            std::vector<uint8_t> sector = builder.disk.Read(0, 512);
+            ASSERT_EQ(IsBootSectorOk(sector.data()), i < acceptedCount) << offset << " " << i;
+            ASSERT_EQ(sector, builder.disk.Read(0, 512));
+            // Whatever else is wrong: a 16-bit total wins, once the signature is right.
+            Put16(&sector[19], 2880);
+            Put32(&sector[32], 1234);
+            static_cast<void>(IsBootSectorOk(sector.data()));
+            ASSERT_EQ(Get32(&sector[32]), Get16(&sector[510]) == 0xAA55 ? 0 : 1234);
+        }
+    }
+}
+
+TEST(BootSector, GivesThisRecord) {
+    // offset in the record, offset in the boot sector, bytes there
+    const uint32_t fields[][3] = {{0, 16, 1},  {1, 13, 1},  {2, 19, 2},  {4, 17, 2},
+                                  {6, 22, 2},  {8, 11, 2},  {10, 14, 2}, {16, 32, 4},
+                                  {12, 48, 2}, {20, 36, 4}, {24, 44, 4}};
+    for (const bool isFat32 : {false, true}) {
+        Rng rng(1);
+        std::vector<uint8_t> sector = RandomBytes(rng, 512), expected(28), actual(28);
+        Put16(&sector[22], isFat32 ? 0 : 9);
+        for (const auto& [at, from, count] : fields) {
+            const bool isSet = isFat32 || (at != 12 && at != 20 && at != 24);
+            std::copy_n(&sector[from], isSet ? count : 0, &expected[at]);
+        }
+        const Mpb mpb = MakeMpb(sector.data());
+        std::memcpy(actual.data(), &mpb, sizeof(mpb));
+        EXPECT_EQ(actual, expected);
+    }
+}
+
+TEST(Geometry, FollowsFromTheRecord) {
+    // FATs, sectors per cluster, 16-bit total, root entries, sectors per FAT, bytes per sector,
+    // reserved sectors, FSInfo, 32-bit total, sectors per FAT and root cluster of FAT32; then FAT
+    // type (0: refused), clusters, root position, data position
+    const struct {
+        Mpb mpb;
+        std::array<uint32_t, 4> expected;
+    } cases[] = {{{2, 1, 2880, 224, 9, 512, 1, 0, 999999, 0, 0}, {12, 2847, 9728, 16896}},
+                 {{2, 1, 4120, 16, 16, 512, 1, 0, 0, 0, 0}, {12, 4086, 16896, 17408}},
+                 {{2, 1, 4121, 16, 16, 512, 1, 0, 0, 0, 0}, {16, 4087, 16896, 17408}},
+                 {{2, 1, 4121, 17, 16, 512, 1, 0, 0, 0, 0}, {12, 4086, 16896, 17920}},
+                 {{1, 8, 0, 1, 300, 4096, 2, 0, 2000000, 0, 0}, {16, 249962, 1236992, 1241088}},
+                 {{2, 1, 0, 16, 3, 512, 1, 0, 5008, 0, 0}, {16, 766, 3584, 4096}},  // a short FAT
+                 {{2, 1, 0, 0, 0, 512, 32, 1, 10032, 9, 2}, {32, 1150, 25600, 25600}},
+                 {{2, 64, 0, 0, 0, 512, 32, 1, 0xFFFFFFFF, 524288, 2},
+                  {32, 67092479, 0x20004000, 0x20004000}},
+                 {{2, 1, 7, 16, 3, 512, 1, 0, 0, 0, 0}, {}},                  // beyond the end
+                 {{255, 1, 0, 0, 0, 512, 32, 1, 1000, 0xFFFFFFFF, 2}, {}},    // and far beyond
+                 {{2, 1, 0, 0, 0, 512, 32, 1, 0xFFFFFFFF, 0x400000, 2}, {}},  // data beyond 4 GiB
+                 {{2, 1, 0, 16, 0, 512, 32, 1, 10032, 9, 2}, {}},  // root entries on FAT32
+                 {{2, 0, 2880, 224, 9, 512, 1, 0, 0, 0, 0}, {}},
+                 {{2, 1, 2880, 224, 9, 0, 1, 0, 0, 0, 0}, {}}};
+    for (const auto& [mpb, expected] : cases) {
+        FatVolume v;
+        uint32_t rootCluster = 99, rootSize = 99;
+        const FatStatus status = ComputeGeometry(v, mpb, &rootCluster, &rootSize);
+        EXPECT_EQ(status, expected[0] == 0 ? STATUS_UNRECOGNIZED_VOLUME : STATUS_SUCCESS);
+        if (Succeeded(status)) {
+            EXPECT_EQ(
+                (std::array{v.fatType, v.clusterCount, v.rootDirectoryPosition, v.dataPosition}),
+                expected);
+            EXPECT_TRUE(rootSize == expected[3] - expected[2] && rootCluster == mpb.BPB_RootClus);
+            EXPECT_EQ(v.bytesPerCluster, uint32_t{mpb.BPB_SecPerClus} * mpb.BPB_BytsPerSec);
+            EXPECT_TRUE(v.clusterMask == v.bytesPerCluster - 1 &&
+                        v.bytesPerCluster == 1U << v.clusterShift);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace fatvol::test

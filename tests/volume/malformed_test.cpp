@@ -1,0 +1,182 @@
+// Directories and chains that no sound volume has: what can be read of them is, the rest is
+// refused.
+#include "fixture.h"
+#include "ops/name_key.h"
+
+namespace fatvol::test {
+namespace {
+
+constexpr ShortName alias = {'A', 'L', 'O', 'N', 'G', '~', '1', ' ', 'T', 'X', 'T'};
+
+std::vector<std::u16string> NamesIn(const std::u16string& directory) {
+    std::vector<std::u16string> names;
+    for (const FatFileInfo& info : List(directory)) {
+        names.push_back(NameOf(info));
+    }
+    return names;
+}
+
+Slot With(Slot slot, size_t at, uint8_t value) {
+    slot[at] = value;
+    return slot;
+}
+
+TEST_F(VolumeTest, ListsWhatIsSoundOfADirectory) {
+    const std::u16string name = u"A long name of 2 runs.txt", shown = u"ALONG~1.TXT";
+    const Slot entry = MakeShortEntry(alias, 0x20, 0, 0), label = With(entry, 11, 0x08);
+    const std::vector<Slot> runs = MakeLongEntries(name, NameChecksum(alias.data()));
+    const Slot two = runs[0], one = runs[1], deleted = With(entry, 0, 0xE5);
+    std::vector<Slot> longest = MakeLongEntries(std::u16string(260, u'x'), one[13]);
+    longest.push_back(entry);
+    const std::pair<std::vector<Slot>, std::vector<std::u16string>> cases[] = {
+        {{two, one, entry}, {name}},
+        {{deleted, two, deleted, one, entry}, {name}},
+        {{two, one, deleted, entry}, {shown}},
+        {{With(two, 0, 2), one, entry}, {shown}},  // not marked as the name's end
+        {{one, two, entry}, {shown}},
+        {{two, entry}, {shown}},
+        {{two, two, one, entry}, {name}},
+        {{two, one, one, entry}, {shown}},
+        {{two, With(one, 13, 0), entry}, {shown}},  // checksums
+        {{two, one, With(entry, 0, 'B'), entry}, {u"BLONG~1.TXT", shown}},
+        {{With(one, 0, 0x40), entry}, {shown}},  // sequence numbers 0, 21 and 63
+        {{With(one, 0, 0x55), one, entry}, {shown}},
+        {{With(two, 0, 0x7F), one, entry}, {shown}},
+        {{two, With(one, 9, 0), entry}, {u"A lo"}},  // names that end early
+        {{two, With(one, 1, 0), entry}, {shown}},
+        {{label, entry, label}, {shown}},
+        {{two, one, label, entry}, {name, shown}},
+        {{entry, two, one, Slot{}, entry}, {shown}},
+        {{With(entry, 0, 0x05)}, {u"\u0005LONG~1.TXT"}},
+        {longest, {std::u16string(260, u'x')}},
+        {std::vector(14, entry), std::vector(14, shown)},  // no end mark
+    };
+    for (const VolumeLayout& layout : {VolumeLayout{}, {32, 512, 1, 5000}}) {
+        ImageBuilder builder(layout);
+        const auto directoryOf = [&](const auto& row) {
+            return std::u16string(1, static_cast<char16_t>(u'A' + (&row - cases)));
+        };
+        for (const auto& row : cases) {
+            builder.AddRawSlots(builder.AddDirectory(builder.root, directoryOf(row)), row.first);
+        }
+        const Mounted mounted(builder.disk);
+        for (const auto& row : cases) {
+            EXPECT_EQ(NamesIn(directoryOf(row)), row.second) << "row " << &row - cases;
+        }
+    }
+}
+
+// Files and directories whose chains are broken.
+TEST_F(VolumeTest, RefusesBrokenChains) {
+    for (const VolumeLayout& layout : {VolumeLayout{12, 512, 1, 2000}, {}, {32, 512, 1, 5000}}) {
+        ImageBuilder builder(layout);
+        const uint32_t end = layout.clusterCount + 2, bad = builder.geometry.badMark;
+        builder.SetFatEntry(100, 101);
+        const auto expectNone = [&](uint32_t firstCluster, uint32_t linkOf101) {
+            SCOPED_TRACE(testing::Message() << firstCluster << " " << linkOf101);
+            ImageBuilder broken = builder;
+            broken.SetFatEntry(101, linkOf101);
+            const ShortName name = *PlainShortName(u"D");
+            broken.AddRawSlots(broken.root, {MakeShortEntry(alias, 0x20, firstCluster, 9),
+                                             MakeShortEntry(name, 0x10, firstCluster, 0)});
+            const Mounted mounted(broken.disk);
+            EXPECT_EQ(List(u"").size(), 2U);
+            EXPECT_FALSE(CanOpen(u"ALONG~1.TXT") || CanOpen(u"D") || CanOpen(u"D\\F"));
+        };
+        for (const uint32_t first : {1U, end, bad, 0xFFFFFFFFU}) {
+            expectNone(first, bad + 1);
+        }
+        for (const uint32_t link : {0U, 1U, 100U, 101U, end, bad}) {
+            expectNone(100, link);
+        }
+        EntryOptions options;
+        options.size = 1025;
+        builder.AddFile(builder.root, u"SHORT", Bytes(1024), options);
+        builder.AddFile(builder.root, u"NONE", {}, options);
+        const Mounted mounted(builder.disk);
+        for (const std::u16string path : {u"SHORT", u"NONE"}) {
+            const File file(path);
+            EXPECT_EQ(ReadAt(file.handle, 0, 1025), std::nullopt);
+            EXPECT_FALSE(WriteAt(file.handle, 1020, Bytes(5)));
+            EXPECT_FALSE(CanOpen(path + u"\\F"));  // no directory
+        }
+    }
+}
+
+// Names that only their text tells apart: of 8.3 names the packed bytes are what the key is made
+// of; the other pair is the fruit of a search.
+TEST_F(VolumeTest, TellsNamesWithEqualKeysApart) {
+    const std::u16string packed = u"\u4552\u4441\u454D\u2020\u5854\u0054";
+    const std::u16string pair[] = {u"\u6AF4\u67D7\u59E0\u9621\u5756\u4FF2\u6894\u52A7",
+                                   u"\u6B67\u5E2F\u82D6\u7D76\u6C0F\u5061\u58A4\u52A7"};
+    ASSERT_TRUE(MakeNameKey(pair[0].c_str()) == MakeNameKey(pair[1].c_str()));
+    for (const bool isPackedFirst : {false, true}) {
+        ImageBuilder builder({});
+        for (const bool isPacked : {isPackedFirst, !isPackedFirst}) {
+            builder.AddFile(builder.root, isPacked ? packed : u"README.TXT", {1, isPacked});
+        }
+        for (const std::u16string& name : pair) {
+            builder.AddFile(builder.AddDirectory(builder.root, name), u"F",
+                            Bytes(8, uint8_t(name[0])));
+        }
+        const Mounted mounted(builder.disk);
+        EXPECT_EQ(ReadWhole(packed), Bytes({1, 1}));
+        EXPECT_EQ(ReadWhole(u"readme.txt"), Bytes({1, 0}));
+        EXPECT_EQ(ReadWhole(pair[0] + u"\\F"), Bytes(8, 0xF4));
+        EXPECT_EQ(ReadWhole(pair[1] + u"\\F"), Bytes(8, 0x67));
+        const File first(pair[0]), second(pair[1]);
+        EXPECT_NE(ReadAt(first.handle, 0, 32), ReadAt(second.handle, 0, 32));
+    }
+}
+
+TEST_F(VolumeTest, ListsNoMoreThan65536Slots) {
+    ImageBuilder builder({32, 4096, 128, 40});
+    EntryOptions options;
+    options.clusters = {10, 11, 12, 13, 14, 15};  // 98304 slots
+    builder.AddDirectory(builder.root, u"DIR", options);
+    for (uint32_t slot = 2; slot < 98304; ++slot) {
+        Slot entry = MakeShortEntry(alias, 0x20, 0, 0);
+        std::snprintf(reinterpret_cast<char*>(&entry[0]), 9, "F%07u", slot);
+        entry[8] = 'X';
+        builder.disk.Write(builder.geometry.ClusterPosition(10) + slot * 32, entry.data(), 32);
+    }
+    const Mounted mounted(builder.disk);
+    EXPECT_EQ(List(u"DIR").size(), 65534U);
+}
+
+// Bytes of FAT and directories that are anything: all calls end, and stay within the volume.
+TEST_F(VolumeTest, SurvivesDamage) {
+    for (uint64_t seed = 0; seed < 60; ++seed) {
+        SCOPED_TRACE(seed);
+        Rng rng(seed);
+        const VolumeLayout layouts[] = {
+            {12, 512, 1, 3000, 1, 1}, {16, 256, 4, 5000}, {32, 512, 2, 4000}};
+        ImageBuilder builder(layouts[seed % 3]);
+        FillRandomTree(builder, rng, 60, 30000);
+        std::vector<std::pair<uint64_t, uint64_t>> ranges = {
+            {builder.geometry.FatPosition(0), 2000}, {builder.SlotPosition(builder.root, 0), 512}};
+        for (const auto& [path, node] : builder.tree) {
+            if (node.IsDirectory()) {
+                ranges.emplace_back(builder.geometry.ClusterPosition(node.FirstCluster()), 512);
+            }
+        }
+        for (int i = 0; i < 100; ++i) {
+            const auto& [position, size] = ranges[Below(rng, ranges.size())];
+            const auto byte = static_cast<uint8_t>(Below(rng, 2) == 0 ? rng() : Below(rng, 3));
+            builder.disk.Write(position + Below(rng, size), &byte, 1);
+        }
+        if (FatVolume* volume = Fat_Mount(new MemoryStorage(builder.disk), nullptr)) {
+            Tree tree;
+            ListTree(tree, 500);
+            for (const auto& [path, node] : tree) {
+                WriteAt(File(path).handle, 0, Bytes(1000));
+            }
+            EXPECT_TRUE(Fat_Unmount(volume));
+        }
+        EXPECT_EQ(builder.disk.counters.Breaches(), 0U);
+        EXPECT_EQ(builder.disk.counters.destroyed, 1U);
+    }
+}
+
+}  // namespace
+}  // namespace fatvol::test

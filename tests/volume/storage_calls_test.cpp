@@ -1,0 +1,174 @@
+// Which storage calls are made, in which order and with what counts.
+#include "fixture.h"
+#include "volume/fat_table.h"
+
+namespace fatvol::test {
+namespace {
+
+using enum CallKind;
+
+// The FAT from its last block down, of which only the sectors in use are read.
+std::vector<Call> FatReads(const Geometry& geometry) {
+    const uint64_t bits = (uint64_t{geometry.clusterCount} + 2) * geometry.fatType;
+    const uint64_t sectorBits = uint64_t{geometry.bytesPerSector} * 8;
+    const uint64_t perBlock = blockBytes / geometry.bytesPerSector;
+    std::vector<Call> calls;
+    for (uint64_t end = (bits + sectorBits - 1) / sectorBits; end > 0;) {
+        const uint64_t first = (end - 1) / perBlock * perBlock;
+        calls.push_back(CallAt(ReadSectors, geometry.reservedSectors + first, end - first));
+        end = first;
+    }
+    return calls;
+}
+
+TEST_F(VolumeTest, MountsAndUnmountsInOrder) {
+    for (const VolumeLayout& layout : {VolumeLayout{12, 512, 1, 2847, 1, 2, 224},
+                                       {12, 4096, 128, 60, 0, 1, 512},
+                                       {16, 512, 1, 200000},
+                                       {16, 128, 2, 140000, 5, 3, 512},
+                                       {32, 512, 1, 200000, 0, 1, 0, 4000},
+                                       {32, 256, 4, 5000, 40},
+                                       {32, 4096, 1, 65534},
+                                       {32, 4096, 128, 65535}}) {
+        ImageBuilder builder(layout);
+        MemoryDisk& disk = builder.disk;
+        const Geometry& g = builder.geometry;
+        const uint64_t slot = builder.AddFile(builder.root, u"F", Bytes(100, 'x'));
+        const uint64_t data = g.ClusterPosition(Get16(&disk.Read(slot, 32)[26]));
+        disk.keepCalls = true;
+        Mounted mounted(disk);
+        std::vector<Call> expected = FatReads(g);
+        const Call lastBlock = expected[0];
+        expected.insert(expected.begin(), CallAt(ReadBytes, 0, 2048));
+        expected.push_back(g.fatType == 32 ? CallAt(ReadBytes, g.ClusterPosition(g.rootCluster),
+                                                    std::min(g.clusterBytes, blockBytes))
+                                           : CallAt(ReadBytes, g.rootPosition, g.rootBytes));
+        EXPECT_EQ(TakeCalls(disk), expected);
+
+        // A file and the FAT are changed, which writes nothing.
+        EXPECT_TRUE(WriteAt(File(u"F").handle, 5, {'a', 'b'}));
+        EXPECT_EQ(fatvol::SetFatEntry(*mounted.volume, g.clusterCount + 1, g.badMark),
+                  STATUS_SUCCESS);
+        EXPECT_EQ(TakeCalls(disk), std::vector{CallAt(ReadBytes, data, 100)});
+
+        EXPECT_TRUE(mounted.Unmount());
+        expected.clear();
+        if (g.fatType == 32) {
+            const uint64_t fsInfo = uint64_t{g.fsInfoSector} * g.bytesPerSector;
+            expected = {CallAt(ReadBytes, fsInfo, 512), CallAt(WriteBytes, fsInfo, 512)};
+        }
+        expected.push_back({WriteSectors, lastBlock.position, lastBlock.count});
+        if (g.fatCount > 1) {
+            expected.push_back(CallAt(ReadSectors, g.reservedSectors, g.fatSectors));
+            expected.push_back(
+                CallAt(WriteSectors, g.reservedSectors + g.fatSectors, g.fatSectors));
+        }
+        expected.push_back(CallAt(WriteBytes, data, 100));
+        EXPECT_EQ(TakeCalls(disk), expected);
+        EXPECT_EQ(disk.counters.closes, 1U);
+        EXPECT_EQ(CheckImage(disk).Text(), "");
+        EXPECT_EQ(disk.Read(data, 8), Bytes({'x', 'x', 'x', 'x', 'x', 'a', 'b', 'x'}));
+    }
+}
+
+// Whole clusters through the aligned calls; what begins inside a cluster, and the last piece if it
+// is one cluster or less, through the byte calls.
+TEST_F(VolumeTest, MovesEachRunWithOneCall) {
+    constexpr uint32_t K = blockBytes;
+    const VolumeLayout small, large{12, 4096, 128, 60};  // clusters of 512 bytes, of two blocks
+    struct Piece {
+        CallKind kind;
+        uint32_t cluster, skip, bytes;
+    };
+    const struct {
+        const VolumeLayout& layout;
+        std::vector<uint32_t> chain;
+        uint32_t offset;  // from which the file is read
+        std::vector<Piece> pieces;
+    } cases[] = {
+        {small, {10}, 0, {{ReadBytes, 10, 0, 1}}},
+        {small, {10}, 0, {{ReadBytes, 10, 0, 512}}},
+        {small, {10, 11, 12}, 0, {{ReadAligned, 10, 0, 1024}, {ReadBytes, 12, 0, 1}}},
+        {small, {10, 11, 12}, 0, {{ReadAligned, 10, 0, 1536}}},
+        {small, {10, 11, 20}, 0, {{ReadAligned, 10, 0, 1024}, {ReadBytes, 20, 0, 512}}},
+        {small, {12, 11}, 0, {{ReadAligned, 12, 0, 512}, {ReadBytes, 11, 0, 511}}},
+        {large, {5, 6, 9}, 0, {{ReadAligned, 5, 0, 4 * K}, {ReadBytes, 9, 0, K}}},
+        {large, {5, 6, 9}, K, {{ReadBytes, 5, K, 3 * K}, {ReadBytes, 9, 0, K}}},
+        {large, {5, 8, 9}, 100, {{ReadBytes, 5, 0, K}, {ReadBytes, 5, K, K}, {ReadBytes, 8, 0, 9}}},
+    };
+    for (const auto& [layout, chain, offset, pieces] : cases) {
+        SCOPED_TRACE(testing::PrintToString(chain));
+        ImageBuilder builder(layout);
+        uint32_t size = offset == K ? K : 0;
+        std::vector<Call> reads, writes;
+        for (const auto& [kind, cluster, skip, bytes] : pieces) {
+            size += bytes;
+            reads.push_back(CallAt(kind, builder.geometry.ClusterPosition(cluster) + skip, bytes));
+            writes.push_back(reads.back());
+            writes.back().kind = kind == ReadBytes ? WriteBytes : WriteAligned;
+        }
+        EntryOptions options;
+        options.clusters = chain;
+        builder.AddFile(builder.root, u"F", Bytes(size, 'x'), options);
+        Mounted mounted(builder.disk);
+        builder.disk.keepCalls = true;
+        for (const std::vector<Call>& calls : {reads, {}}) {
+            EXPECT_EQ(ReadAt(File(u"F").handle, offset, size), Bytes(size - offset, 'x'));
+            EXPECT_EQ(TakeCalls(builder.disk), calls);
+        }
+        if (&layout == &small) {
+            EXPECT_TRUE(WriteAt(File(u"F").handle, 0, Bytes(size, 'y')));
+            EXPECT_TRUE(mounted.Unmount());
+            EXPECT_EQ(std::vector(builder.disk.calls.begin() + 2, builder.disk.calls.end()),
+                      writes);
+        }
+    }
+}
+
+// One dirty block more than the cache holds, then one that cannot be written at first.
+TEST_F(VolumeTest, EvictsTheOldestBlockAndLosesNone) {
+    constexpr size_t K = blockBytes;
+    ImageBuilder builder({12, 4096, 128, 140});
+    MemoryDisk& disk = builder.disk;
+    Rng rng(2);
+    const Bytes content = RandomBytes(rng, 260 * K);
+    builder.AddFile(builder.root, u"F", Bytes(content.size()));
+    const auto expectWrite = [&](size_t block, size_t count, bool isDone, int evicted) {
+        const Bytes bytes(&content[block * K], &content[block * K] + count * K);
+        EXPECT_EQ(WriteAt(File(u"F").handle, block * K, bytes), isDone);
+        const uint64_t position = builder.geometry.dataPosition + K * static_cast<size_t>(evicted);
+        EXPECT_EQ(TakeCalls(disk),
+                  evicted < 0 ? std::vector<Call>() : std::vector{CallAt(WriteBytes, position, K)});
+    };
+    {
+        const Mounted mounted(disk);
+        disk.keepCalls = true;
+        expectWrite(0, 256, true, -1);  // the root directory's block, which is clean, makes room
+        expectWrite(256, 1, true, 0);
+        disk.failure = {.countdown = 1};
+        expectWrite(257, 1, false, 1);
+        expectWrite(257, 1, true, 2);
+        EXPECT_TRUE(WriteAt(File(u"F").handle, 258 * K, Bytes(&content[258 * K], &*content.end())));
+        EXPECT_TRUE(ReadWhole(u"F") == content);
+    }
+    EXPECT_TRUE(ReadTree(disk, 260 * K)[u"F"].content == content);
+    EXPECT_EQ(CheckImage(disk).Text(), "");
+}
+
+// The object of a closed file lives on, with its changes, until 160 others have been opened.
+TEST_F(VolumeTest, WritesWhenTheObjectIsDestroyed) {
+    ImageBuilder builder({});
+    builder.AddFile(builder.root, u"F", Bytes(700));
+    for (int i = 0; i <= 160; ++i) {
+        builder.AddFile(builder.root, u"F" + std::u16string(1, static_cast<char16_t>(0x4E00 + i)));
+    }
+    const Mounted mounted(builder.disk);
+    EXPECT_TRUE(WriteAt(File(u"F").handle, 699, {'z'}));
+    for (int i = 0; i <= 160; ++i) {
+        EXPECT_EQ(builder.disk.counters.bytesWritten, i <= 159 ? 0U : 700U);
+        EXPECT_TRUE(CanOpen(u"F" + std::u16string(1, static_cast<char16_t>(0x4E00 + i))));
+    }
+}
+
+}  // namespace
+}  // namespace fatvol::test
