@@ -184,11 +184,11 @@ FATVOL_API bool Fat_LibTerminate(void) noexcept;
 // left to that volume, and nothing changes.
 FATVOL_API FatVolume* Fat_Mount(CFatStorage* storage, void* parameter) noexcept;
 
-// Writes what is pending, closes and deletes the storage and frees the volume. Handles left open
-// on it stay occupied, but everything except closing them (which, like all, needs a current volume)
-// fails. False when the pointer is no
-// mounted volume, or when a block of the FAT could not be written: the volume is then out of use,
-// and a second call closes it.
+// Writes what is pending, closes and deletes the storage and frees the volume. Handles left open on
+// it stay occupied, but everything except closing them (which, like all, needs a current volume)
+// fails. File data that cannot be written is lost: to learn of that, call Fat_FlushVolume before.
+// False when the pointer is no mounted volume, or when a block of the FAT could not be written: the
+// volume is then out of use, and a second call closes it.
 FATVOL_API bool Fat_Unmount(FatVolume* volume) noexcept;
 
 // Chooses the volume that the path functions act on; null, or a pointer that is no mounted volume,
@@ -196,7 +196,8 @@ FATVOL_API bool Fat_Unmount(FatVolume* volume) noexcept;
 FATVOL_API void SetCurrentFileSystem(FatVolume* volume) noexcept;
 
 // ---- Files ------------------------------------------------------------------------------------
-// Handles are 0 to 159. Handles on one path share one object, and with it the position. Every
+// Handles are 0 to 159; handles on one path share one object, and with it the position. A directory
+// can be opened too: its contents are its raw entries, and writing them is the host's risk. Every
 // function fails while there is no current volume; a handle acts on the volume that it was opened
 // on, whichever is current.
 

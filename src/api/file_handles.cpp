@@ -184,7 +184,7 @@ bool Fat_GetFileAttribute(int handle, FatFileInfo* info) noexcept {
 
 bool Fat_SetFileAttribute(int handle, const FatFileInfo* info) noexcept {
     CFatFile* file = FileOf(handle);
-    return file && info && Succeeded(ChangeEntry(*file, WithFileInfo(file->entry, *info)));
+    return file && info && Succeeded(WriteBackEntry(*file, WithFileInfo(file->entry, *info)));
 }
 
 bool Fat_SetFileSize(int handle, unsigned int size) noexcept {

@@ -30,7 +30,7 @@ bool Fat_CreateDir(const char16_t* path, unsigned char attributes) noexcept {
             CreateByPath(*volume, PathBuffer, NewObject::Directory, 0, attributes, &directory))) {
         return false;
     }
-    CloseRelease(*directory.Detached());
+    LetGo(std::move(directory));
     return true;
 }
 

@@ -7,9 +7,8 @@
 // but its handle, and every operation on it fails.
 //
 // Invariants, while `volume` is set:
-//  1. allocatedSize = TotalClusters(runs) * bytes per cluster, or the size of the fixed root
-//  region.
-//  2. firstCluster is that of `entry`, FixedRootCluster for the fixed root alone, and 0 exactly
+//  1. allocatedSize is that of the clusters in `runs`, or the size of the fixed root region.
+//  2. firstCluster is that of `entry`: FixedRootCluster for the fixed root alone, and 0 exactly
 //  when
 //     there are no clusters.
 //  3. listing is set exactly for a directory that was loaded.

@@ -27,11 +27,15 @@ std::uint32_t RunLength(const DirItem& item) {
     return item.longEntryCount + 1;
 }
 
-// Splits a name and makes sure that no other entry has its short form.
-ParsedName ChooseNames(const CFatFile& directory, const char16_t* name) {
+// Splits a name and makes sure that no other entry has its short form. The bit of a volume label
+// makes a label of a short entry that stands alone, so an entry that has it needs a long name.
+ParsedName ChooseNames(const CFatFile& directory, const char16_t* name, std::uint8_t attributes) {
     ParsedName parsed = ParseEntryName(name);
-    if (!parsed.HasShortForm() || IsShortNameTaken(directory, parsed.shortForm)) {
+    const bool taken = !parsed.HasShortForm() || IsShortNameTaken(directory, parsed.shortForm);
+    if (taken) {
         GenerateShortName(directory, parsed);
+    }
+    if (taken || (attributes & AttrVolumeLabel) != 0) {
         parsed.longLength = parsed.nameLength;
     }
     return parsed;
@@ -71,21 +75,52 @@ EntryRun MakeRun(const ParsedName& parsed, std::uint32_t longEntries, const Shor
     return run;
 }
 
-// Puts the new run into reserved slots, or gives them back.
-FatStatus PlaceNewRun(CFatFile& directory, std::uint32_t firstSlot, const EntryRun& run,
-                      std::unique_ptr<DirItem> item, DirItem** placed) {
-    DirItem* const added = item.get();
-    const std::uint32_t count = added ? RunLength(*added) : 0;
-    FatStatus status = added ? AddDirItem(*directory.listing, std::move(item)) : STATUS_NO_MEMORY;
+// A new run with its item, for which the indexes of the directory have their places ready.
+struct PreparedRun {
+    EntryRun entries;
+    std::unique_ptr<DirItem> item;
+};
+
+FatStatus PrepareItem(CFatFile& directory, std::unique_ptr<DirItem> item, PreparedRun* run) {
+    if (!item || Failed(ReserveItem(*directory.listing, *item))) {
+        return STATUS_NO_MEMORY;
+    }
+    run->item = std::move(item);
+    return STATUS_SUCCESS;
+}
+
+// Makes the run of a new name. Only memory can be missing.
+FatStatus PrepareRun(CFatFile& directory, const char16_t* name, const EntryContent& content,
+                     PreparedRun* run) {
+    const ParsedName parsed = ChooseNames(directory, name, content.attributes);
+    const std::uint32_t longEntries =
+        (parsed.longLength + UnitsPerLongEntry - 1) / UnitsPerLongEntry;
+    const ShortEntry entry = MakeShortEntry(parsed, content);
+    run->entries = MakeRun(parsed, longEntries, entry);
+    const ShortKeyString shortKey = MakeShortKeyString(entry.DIR_Name);
+    return PrepareItem(directory,
+                       NewDirItem(entry, longEntries, longEntries,
+                                  longEntries != 0 ? parsed.name : shortKey.units),
+                       run);
+}
+
+// Finds slots for a prepared run and writes it there.
+FatStatus PlaceRun(CFatFile& directory, PreparedRun& run, DirItem** placed) {
+    const std::uint32_t count = RunLength(*run.item);
+    std::uint32_t firstSlot = 0;
+    FatStatus status = AllocateDirSlots(directory, count, &firstSlot);
     if (Failed(status)) {
         return status;
     }
-    status = WriteNewRun(directory, firstSlot, count, run.slots);
+    status = WriteNewRun(directory, firstSlot, count, run.entries.slots);
     if (Failed(status)) {
-        RemoveDirItem(*directory.listing, *added);
+        FreeDirSlots(directory, firstSlot, count);
         return status;
     }
-    *placed = added;
+    *placed = run.item.get();
+    run.item->slot = firstSlot + run.item->longEntryCount;
+    // Its places in the indexes are there.
+    (void)AddDirItem(*directory.listing, std::move(run.item));
     return STATUS_SUCCESS;
 }
 
@@ -93,25 +128,9 @@ FatStatus PlaceNewRun(CFatFile& directory, std::uint32_t firstSlot, const EntryR
 
 FatStatus CreateDirEntries(CFatFile& directory, const char16_t* name, const EntryContent& content,
                            DirItem** item) {
-    const ParsedName parsed = ChooseNames(directory, name);
-    const std::uint32_t longEntries =
-        (parsed.longLength + UnitsPerLongEntry - 1) / UnitsPerLongEntry;
-    const ShortEntry entry = MakeShortEntry(parsed, content);
-    const EntryRun run = MakeRun(parsed, longEntries, entry);
-    std::uint32_t firstSlot = 0;
-    FatStatus status = AllocateDirSlots(directory, longEntries + 1, &firstSlot);
-    if (Failed(status)) {
-        return status;
-    }
-    const ShortKeyString shortKey = MakeShortKeyString(entry.DIR_Name);
-    status = PlaceNewRun(directory, firstSlot, run,
-                         NewDirItem(entry, firstSlot + longEntries, longEntries,
-                                    longEntries != 0 ? parsed.name : shortKey.units),
-                         item);
-    if (Failed(status)) {
-        FreeDirSlots(directory, firstSlot, longEntries + 1);
-    }
-    return status;
+    PreparedRun run;
+    const FatStatus status = PrepareRun(directory, name, content, &run);
+    return Failed(status) ? status : PlaceRun(directory, run, item);
 }
 
 FatStatus DeleteDirEntries(CFatFile& directory, std::uint32_t firstSlot, std::uint32_t count,
@@ -143,12 +162,11 @@ FatStatus RemoveEntry(CFatFile& directory, DirItem& item) {
 
 namespace {
 
-// Brings a deleted run back to life. Its slots are in the cache, so this does not fail; if it did,
-// the entry would be lost on the medium and the listing would still show it.
-void RestoreRun(CFatFile& directory, std::unique_ptr<DirItem> item, const SavedFirstBytes& saved) {
-    const std::uint32_t first = FirstSlot(*item);
-    const std::uint32_t count = RunLength(*item);
-    (void)AddDirItem(*directory.listing, std::move(item));
+// Brings a deleted run back to life on the medium. Its slots are in the cache and nothing else came
+// to stand there, so this does not fail.
+void RestoreRun(CFatFile& directory, const DirItem& item, const SavedFirstBytes& saved) {
+    const std::uint32_t first = FirstSlot(item);
+    const std::uint32_t count = RunLength(item);
     EntryRun run;
     if (Succeeded(ReadDirSlots(directory, first, count, run.slots))) {
         for (std::uint32_t i = 0; i < count; ++i) {
@@ -159,21 +177,38 @@ void RestoreRun(CFatFile& directory, std::unique_ptr<DirItem> item, const SavedF
     SetBits(directory.listing->slots, first, count);
 }
 
+// Puts the prepared run in the place of an old one whose item is out of the listing. Compacting may
+// move others into the old slots, but then the new run is written without fail.
+FatStatus ReplaceRun(CFatFile& directory, const DirItem& old, PreparedRun& run, DirItem** placed) {
+    SavedFirstBytes saved;
+    FatStatus status = DeleteDirEntries(directory, FirstSlot(old), RunLength(old), &saved);
+    if (Failed(status)) {
+        return status;
+    }
+    status = PlaceRun(directory, run, placed);
+    if (Failed(status)) {
+        RestoreRun(directory, old, saved);
+    }
+    return status;
+}
+
 }  // namespace
 
 FatStatus RenameDirEntry(CFatFile& directory, CFatFile& object, DirItem& item,
                          const char16_t* newName) {
-    SavedFirstBytes saved;
-    FatStatus status = DeleteDirEntries(directory, FirstSlot(item), RunLength(item), &saved);
-    if (Failed(status)) {
-        return status;
-    }
-    std::unique_ptr<DirItem> old = RemoveDirItem(*directory.listing, item);
+    DirListing& listing = *directory.listing;
+    // The old name is free for the new one's alias, so it leaves the listing first.
+    std::unique_ptr<DirItem> old = RemoveDirItem(listing, item);
     const EntryContent content{object.entry.DIR_Attr, FileSize(object.entry), object.firstCluster};
+    PreparedRun run;
     DirItem* renamed = nullptr;
-    status = CreateDirEntries(directory, newName, content, &renamed);
+    FatStatus status = PrepareRun(directory, newName, content, &run);
+    if (Succeeded(status)) {
+        status = ReplaceRun(directory, *old, run, &renamed);
+    }
     if (Failed(status)) {
-        RestoreRun(directory, std::move(old), saved);
+        // It was there before, so there is room for it.
+        (void)AddDirItem(listing, std::move(old));
         return status;
     }
     CopyEntryAndName(object, *renamed);
@@ -188,9 +223,10 @@ FatStatus DeleteFileEntry(CFatFile& directory, CFatFile& object, DirItem& item) 
     FatVolume& volume = *object.volume;
     // What is cached belongs to nobody any more, and must not reach clusters that others may get.
     TruncateFileBlocks(object, 0);
-    ReleaseRuns(volume.clusterBitmap, object.runs);
-    // The entry is gone, so a FAT entry that stays is a lost cluster and nothing worse.
-    (void)RestoreFree(volume, object.runs);
+    // Clusters whose entries stay are lost, and not given to anybody.
+    if (Succeeded(FreeChain(volume, object.runs)) || ForceFree(volume, object.runs)) {
+        ReleaseRuns(volume.clusterBitmap, object.runs);
+    }
     CutTail(object.runs, TotalClusters(object.runs));
     object.allocatedSize = 0;
     object.firstCluster = 0;
@@ -199,34 +235,16 @@ FatStatus DeleteFileEntry(CFatFile& directory, CFatFile& object, DirItem& item) 
     return STATUS_SUCCESS;
 }
 
-FatStatus MoveDirEntry(CFatFile& source, DirItem& item, CFatFile& destination) {
-    const std::uint32_t count = RunLength(item);
-    std::uint32_t target = 0;
-    FatStatus status = AllocateDirSlots(destination, count, &target);
-    if (Failed(status)) {
-        return status;
-    }
-    // The item is added before anything is written, since that can fail.
-    const std::uint32_t origin = FirstSlot(item);
-    EntryRun run;
-    DirItem* copy = nullptr;
-    status = ReadDirSlots(source, origin, count, run.slots);
+FatStatus CopyDirEntry(CFatFile& source, const DirItem& item, CFatFile& destination,
+                       DirItem** copy) {
+    PreparedRun run;
+    FatStatus status = PrepareItem(
+        destination,
+        NewDirItem(item.entry, item.longEntryCount, item.longEntryCount, item.name.get()), &run);
     if (Succeeded(status)) {
-        status = PlaceNewRun(destination, target, run,
-                             NewDirItem(item.entry, target + item.longEntryCount,
-                                        item.longEntryCount, item.name.get()),
-                             &copy);
+        status = ReadDirSlots(source, FirstSlot(item), RunLength(item), run.entries.slots);
     }
-    if (Failed(status)) {
-        FreeDirSlots(destination, target, count);
-        return status;
-    }
-    status = RemoveEntry(source, item);
-    if (Failed(status)) {
-        // Its slots were written a moment ago and are cached, so taking the copy back succeeds.
-        (void)RemoveEntry(destination, *copy);
-    }
-    return status;
+    return Failed(status) ? status : PlaceRun(destination, run, copy);
 }
 
 }  // namespace fatvol

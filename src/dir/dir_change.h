@@ -40,15 +40,37 @@ FatStatus DeleteDirEntries(CFatFile& directory, std::uint32_t firstSlot, std::ui
 FatStatus RemoveEntry(CFatFile& directory, DirItem& item);
 
 // Gives the entry of an object another name, with fresh time stamps. The object's entry and long
-// name follow. After a failure the old entry stands as it was.
+// name follow. After a failure the old entry stands as it was, though the directory may have grown.
 FatStatus RenameDirEntry(CFatFile& directory, CFatFile& object, DirItem& item,
                          const char16_t* newName);
 
 // Deletes the entry of an object and frees its clusters; the object owns none afterwards. A FAT
-// entry that cannot be written leaves a lost cluster. After a failure nothing is changed.
+// entry that cannot be changed leaves the clusters lost. After a failure nothing is changed.
 FatStatus DeleteFileEntry(CFatFile& directory, CFatFile& object, DirItem& item);
 
-// Moves an entry run unchanged to another directory. After a failure it stands where it was.
-FatStatus MoveDirEntry(CFatFile& source, DirItem& item, CFatFile& destination);
+// Writes an entry run unchanged to another directory too, with an item of its own. Failures as for
+// CreateDirEntries.
+FatStatus CopyDirEntry(CFatFile& source, const DirItem& item, CFatFile& destination,
+                       DirItem** copy);
+
+// Moves an entry run unchanged to another directory. `between` is called when it stands in both;
+// its failure takes the copy back. After a failure the entry stands where it was.
+template <class Between>
+FatStatus MoveDirEntry(CFatFile& source, DirItem& item, CFatFile& destination, Between between) {
+    DirItem* copy = nullptr;
+    FatStatus status = CopyDirEntry(source, item, destination, &copy);
+    if (Failed(status)) {
+        return status;
+    }
+    status = between();
+    if (Succeeded(status)) {
+        status = RemoveEntry(source, item);
+    }
+    if (Failed(status)) {
+        // Its slots were written a moment ago and are cached, so taking the copy back succeeds.
+        (void)RemoveEntry(destination, *copy);
+    }
+    return status;
+}
 
 }  // namespace fatvol

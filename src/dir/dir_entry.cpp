@@ -4,7 +4,7 @@ namespace fatvol {
 namespace {
 
 // Where the units of a name stand in its long-name entry.
-constexpr std::size_t UnitOffset(std::uint32_t unit) {
+constexpr std::size_t UnitOffset(std::size_t unit) {
     if (unit < 5) {
         return offsetof(LongEntry, LDIR_Name1) + 2 * unit;
     }
@@ -29,7 +29,7 @@ void FillLongEntry(LongEntry& entry, const char16_t* name, std::uint32_t sequenc
     entry.LDIR_Attr = AttrLongName;
     entry.LDIR_Chksum = checksum;
     auto* bytes = reinterpret_cast<std::uint8_t*>(&entry);
-    const char16_t* units = name + (sequence - 1) * UnitsPerLongEntry;
+    const char16_t* units = name + std::size_t{sequence - 1} * UnitsPerLongEntry;
     for (std::uint32_t i = 0; i < UnitsPerLongEntry; ++i) {
         StoreU16(bytes + UnitOffset(i), units[i]);
     }

@@ -22,6 +22,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "storage/little_endian.h"
 
@@ -101,6 +102,16 @@ inline std::uint32_t FirstCluster(const ShortEntry& entry) {
 inline void SetFirstCluster(ShortEntry& entry, std::uint32_t cluster) {
     StoreU16(entry.DIR_FstClusLO, static_cast<std::uint16_t>(cluster));
     StoreU16(entry.DIR_FstClusHI, static_cast<std::uint16_t>(cluster >> 16));
+}
+
+// The names of the first two entries of a subdirectory.
+inline constexpr std::uint8_t DotName[] = {'.', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
+inline constexpr std::uint8_t DotDotName[] = {'.', '.', ' ', ' ', ' ', ' ',
+                                              ' ', ' ', ' ', ' ', ' '};
+static_assert(sizeof DotName == ShortNameSize && sizeof DotDotName == ShortNameSize);
+
+inline bool HasShortName(const ShortEntry& entry, const std::uint8_t* shortName) {
+    return std::memcmp(entry.DIR_Name, shortName, ShortNameSize) == 0;
 }
 
 // The checksum that ties long-name entries to the 11-byte name of their short entry.

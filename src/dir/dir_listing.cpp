@@ -39,19 +39,25 @@ std::unique_ptr<DirItem> NewDirItem(const ShortEntry& entry, std::uint32_t slot,
     return item;
 }
 
+FatStatus ReserveItem(DirListing& listing, DirItem& item) {
+    const FatStatus status = ReserveKey(listing.nameIndex, item.key);
+    if (Failed(status) || item.longEntryCount == 0) {
+        return status;
+    }
+    item.alias.item = &item;
+    item.alias.key = MakeNameKey(MakeShortKeyString(item.entry.DIR_Name).units);
+    return ReserveKey(listing.aliasIndex, item.alias.key);
+}
+
 FatStatus AddDirItem(DirListing& listing, std::unique_ptr<DirItem> item) {
-    FatStatus status = InsertKey(listing.nameIndex, *item);
+    const FatStatus status = ReserveItem(listing, *item);
     if (Failed(status)) {
         return status;
     }
+    // The places are there now.
+    (void)InsertKey(listing.nameIndex, *item);
     if (item->longEntryCount != 0) {
-        item->alias.item = item.get();
-        item->alias.key = MakeNameKey(MakeShortKeyString(item->entry.DIR_Name).units);
-        status = InsertKey(listing.aliasIndex, item->alias);
-        if (Failed(status)) {
-            UnlinkKey(listing.nameIndex, *item);
-            return status;
-        }
+        (void)InsertKey(listing.aliasIndex, item->alias);
     }
     listing.items[FirstSlot(*item)] = std::move(item);
     return STATUS_SUCCESS;
@@ -65,30 +71,23 @@ std::unique_ptr<DirItem> RemoveDirItem(DirListing& listing, DirItem& item) {
 
 namespace {
 
-FatStatus GrowBitmap(Bitmap& slots, std::uint32_t slotCount) {
-    auto bits = TryNewArray<std::uint8_t>(BitmapAllocation(slotCount));
-    if (!bits) {
+// Grows array and bitmap by half at least, so that a directory that grows cluster by cluster is not
+// copied each time.
+FatStatus GrowCapacity(DirListing& listing, std::uint32_t slotCount) {
+    const std::uint32_t capacity =
+        std::min(std::max(slotCount, listing.capacity + listing.capacity / 2), MaxDirSlots);
+    auto items = TryNewArray<std::unique_ptr<DirItem>>(capacity);
+    auto bits = TryNewArray<std::uint8_t>(BitmapAllocation(capacity));
+    if (!items || !bits) {
         return STATUS_NO_MEMORY;
     }
-    if (slots.bits) {
-        std::copy_n(slots.bits.get(), slots.byteCount, bits.get());
-        // The searches set the bits beyond the old end; they are slots now, and free.
-        if (slots.bitCount % 8 != 0) {
-            bits[slots.byteCount - 1] &= static_cast<std::uint8_t>((1u << slots.bitCount % 8) - 1);
-        }
+    if (listing.capacity != 0) {
+        std::move(listing.items.get(), listing.items.get() + listing.capacity, items.get());
+        std::copy_n(listing.slots.bits.get(), listing.slots.byteCount, bits.get());
     }
-    slots.bits = std::move(bits);
-    return STATUS_SUCCESS;
-}
-
-FatStatus GrowItems(DirListing& listing, std::uint32_t slotCount) {
-    auto items = TryNewArray<std::unique_ptr<DirItem>>(slotCount);
-    if (!items) {
-        return STATUS_NO_MEMORY;
-    }
-    std::move(listing.items.get(), listing.items.get() + listing.capacity, items.get());
     listing.items = std::move(items);
-    listing.capacity = slotCount;
+    listing.slots.bits = std::move(bits);
+    listing.capacity = capacity;
     return STATUS_SUCCESS;
 }
 
@@ -97,19 +96,19 @@ FatStatus GrowItems(DirListing& listing, std::uint32_t slotCount) {
 FatStatus ResizeDirListing(DirListing& listing, std::uint32_t slotCount) {
     slotCount = std::min(slotCount, MaxDirSlots);
     if (slotCount > listing.capacity) {
-        const FatStatus status = GrowItems(listing, slotCount);
+        const FatStatus status = GrowCapacity(listing, slotCount);
         if (Failed(status)) {
             return status;
         }
     }
-    if (slotCount > listing.slots.bitCount) {
-        const FatStatus status = GrowBitmap(listing.slots, slotCount);
-        if (Failed(status)) {
-            return status;
-        }
+    Bitmap& slots = listing.slots;
+    const std::uint32_t oldCount = slots.bitCount;
+    slots.bitCount = slotCount;
+    slots.byteCount = (slotCount + 7) / 8;
+    if (slotCount > oldCount) {
+        // The searches set the bits beyond the old end; they are slots now, and free.
+        ClearBits(slots, oldCount, slotCount - oldCount);
     }
-    listing.slots.bitCount = slotCount;
-    listing.slots.byteCount = (slotCount + 7) / 8;
     listing.endSlot = std::min(listing.endSlot, slotCount);
     return STATUS_SUCCESS;
 }
@@ -163,12 +162,15 @@ DirItem* NextDirItem(const DirListing& listing, std::uint32_t fromSlot) {
 
 namespace {
 
+bool Holds(const KeyTable& table, const KeyNode& wanted) {
+    return FindKey(table, wanted.key, [&](const KeyNode& node) { return &node == &wanted; });
+}
+
 bool IsItemSound(const DirListing& listing, std::uint32_t index) {
     const DirItem& item = *listing.items[index];
     if (FirstSlot(item) != index || item.slot >= listing.slots.bitCount ||
-        item.key != MakeNameKey(item.name.get()) ||
-        !FindKey(listing.nameIndex, item.key,
-                 [&](const KeyNode& node) { return &node == &item; })) {
+        item.key != MakeNameKey(item.name.get()) || !Holds(listing.nameIndex, item) ||
+        (item.longEntryCount != 0 && !Holds(listing.aliasIndex, item.alias))) {
         return false;
     }
     for (std::uint32_t slot = index; slot <= item.slot; ++slot) {
@@ -189,12 +191,18 @@ bool IsSound(const DirListing& listing) {
         listing.slots.byteCount != (listing.slots.bitCount + 7) / 8) {
         return false;
     }
+    std::uint32_t items = 0;
+    std::uint32_t aliases = 0;
     for (std::uint32_t slot = 0; slot < listing.capacity; ++slot) {
-        if (listing.items[slot] && !IsItemSound(listing, slot)) {
-            return false;
+        if (listing.items[slot]) {
+            ++items;
+            aliases += listing.items[slot]->longEntryCount != 0 ? 1u : 0u;
+            if (!IsItemSound(listing, slot)) {
+                return false;
+            }
         }
     }
-    return true;
+    return CountKeys(listing.nameIndex) == items && CountKeys(listing.aliasIndex) == aliases;
 }
 
 }  // namespace fatvol

@@ -92,6 +92,9 @@ std::unique_ptr<DirItem> NewDirItem(const ShortEntry& entry, std::uint32_t slot,
 // before can always be added again.
 FatStatus AddDirItem(DirListing& listing, std::unique_ptr<DirItem> item);
 
+// Makes the places of an item in the indexes, so that adding it cannot fail. STATUS_NO_MEMORY.
+FatStatus ReserveItem(DirListing& listing, DirItem& item);
+
 // Takes an item out of array and indexes and hands it over.
 std::unique_ptr<DirItem> RemoveDirItem(DirListing& listing, DirItem& item);
 

@@ -10,11 +10,6 @@
 namespace fatvol {
 namespace {
 
-constexpr std::uint8_t DotName[ShortNameSize] = {'.', ' ', ' ', ' ', ' ', ' ',
-                                                 ' ', ' ', ' ', ' ', ' '};
-constexpr std::uint8_t DotDotName[ShortNameSize] = {'.', '.', ' ', ' ', ' ', ' ',
-                                                    ' ', ' ', ' ', ' ', ' '};
-
 DirItem* FindLongItem(const CFatFile& directory, const char16_t* name) {
     const NameKey key = MakeNameKey(name);
     KeyNode* node = FindKey(directory.listing->nameIndex, key, [&](const KeyNode& candidate) {
@@ -24,17 +19,13 @@ DirItem* FindLongItem(const CFatFile& directory, const char16_t* name) {
     return static_cast<DirItem*>(node);
 }
 
-bool HasShortName(const DirItem& item, const std::uint8_t* shortName) {
-    return std::memcmp(item.entry.DIR_Name, shortName, ShortNameSize) == 0;
-}
-
 }  // namespace
 
 DirItem* FindShortItem(const CFatFile& directory, const std::uint8_t* shortName) {
     const NameKey key = MakeNameKey(MakeShortKeyString(shortName).units);
     KeyNode* node = FindKey(directory.listing->nameIndex, key, [&](const KeyNode& candidate) {
         const auto& item = static_cast<const DirItem&>(candidate);
-        return item.longEntryCount == 0 && HasShortName(item, shortName);
+        return item.longEntryCount == 0 && HasShortName(item.entry, shortName);
     });
     return static_cast<DirItem*>(node);
 }
@@ -43,7 +34,7 @@ bool IsShortNameTaken(const CFatFile& directory, const std::uint8_t* shortName) 
     const NameKey key = MakeNameKey(MakeShortKeyString(shortName).units);
     return FindShortItem(directory, shortName) ||
            FindKey(directory.listing->aliasIndex, key, [&](const KeyNode& candidate) {
-               return HasShortName(*static_cast<const AliasNode&>(candidate).item, shortName);
+               return HasShortName(static_cast<const AliasNode&>(candidate).item->entry, shortName);
            });
 }
 
@@ -63,7 +54,7 @@ bool IsDirEmpty(const CFatFile& directory) {
         return false;  // there may be entries beyond those that were read
     }
     const DirItem* item = NextDirItem(listing, 0);
-    while (item && (HasShortName(*item, DotName) || HasShortName(*item, DotDotName))) {
+    while (item && (HasShortName(item->entry, DotName) || HasShortName(item->entry, DotDotName))) {
         item = NextDirItem(listing, item->slot + 1);
     }
     return item == nullptr;

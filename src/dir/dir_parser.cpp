@@ -123,7 +123,7 @@ FatStatus CollectLongName(Parser& parser, LongName& name, RunEnd* end, bool* atE
             return STATUS_SUCCESS;
         }
         --sequence;
-        CopyLongNameUnits(entry, name.units + sequence * UnitsPerLongEntry);
+        CopyLongNameUnits(entry, name.units + std::size_t{sequence} * UnitsPerLongEntry);
     }
     *end = RunEnd::Item;
     return STATUS_SUCCESS;

@@ -89,7 +89,7 @@ FatStatus WriteNewRun(CFatFile& directory, std::uint32_t firstSlot, std::uint32_
     DirListing& listing = *directory.listing;
     const std::uint32_t end = firstSlot + count;
     FatStatus status = STATUS_SUCCESS;
-    if (end > listing.endSlot && end < listing.slots.bitCount) {
+    if (end > listing.endSlot && end < DataSize(directory) / DirEntrySize) {
         status = MakeEndMark(directory, end);
     }
     if (Succeeded(status)) {

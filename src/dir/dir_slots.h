@@ -34,7 +34,8 @@ FatStatus AllocateDirSlots(CFatFile& directory, std::uint32_t count, std::uint32
 void FreeDirSlots(CFatFile& directory, std::uint32_t firstSlot, std::uint32_t count);
 
 // Moves `count` slots from `from` down to `to`, on the medium and in the listing. The slots left
-// behind are marked free on the medium.
+// behind are marked free on the medium. A failure may have moved a part: the caller has brought the
+// blocks into the cache, so that none occurs.
 FatStatus MoveDirSlots(CFatFile& directory, std::uint32_t from, std::uint32_t count,
                        std::uint32_t to);
 

@@ -11,14 +11,10 @@
 namespace fatvol {
 namespace {
 
-constexpr std::uint8_t DotDot[ShortNameSize] = {'.', '.', ' ', ' ', ' ', ' ',
-                                                ' ', ' ', ' ', ' ', ' '};
-
-// "." (one dot) or ".." (two) with the times of the directory's own entry.
-ShortEntry MakeDotEntry(const ShortEntry& own, std::uint32_t dots, std::uint32_t cluster) {
+// "." or ".." with the times of the directory's own entry.
+ShortEntry MakeDotEntry(const ShortEntry& own, const std::uint8_t* name, std::uint32_t cluster) {
     ShortEntry entry = own;
-    std::memset(entry.DIR_Name, ' ', ShortNameSize);
-    std::memset(entry.DIR_Name, '.', dots);
+    std::memcpy(entry.DIR_Name, name, ShortNameSize);
     entry.DIR_Attr = AttrDirectory;
     entry.DIR_NTRes = 0;
     SetFirstCluster(entry, cluster);
@@ -106,8 +102,8 @@ FatStatus MakeObject(CFatFile& parent, const DirItem& item, FileReference* made)
     if (Failed(status)) {
         return status == STATUS_NO_MEMORY ? status : STATUS_FILE_CORRUPT_ERROR;
     }
-    const DotEntries dots{MakeDotEntry(directory->entry, 1, directory->firstCluster),
-                          MakeDotEntry(directory->entry, 2, ParentCluster(parent))};
+    const DotEntries dots{MakeDotEntry(directory->entry, DotName, directory->firstCluster),
+                          MakeDotEntry(directory->entry, DotDotName, ParentCluster(parent))};
     status = MakeListing(*directory, dots);
     if (Succeeded(status)) {
         status = MakeContent(*directory, dots);
@@ -135,16 +131,12 @@ FatStatus TakeCluster(FatVolume& volume, ClusterRunList& cluster) {
 
 // A cluster whose FAT entry cannot be freed stays taken, which does no harm.
 void GiveClusterBack(FatVolume& volume, const ClusterRunList& cluster) {
-    if (RestoreFree(volume, cluster)) {
+    if (ForceFree(volume, cluster)) {
         ReleaseRuns(volume.clusterBitmap, cluster);
     }
 }
 
 }  // namespace
-
-bool IsDotDotName(const std::uint8_t* shortName) {
-    return std::memcmp(shortName, DotDot, ShortNameSize) == 0;
-}
 
 FatStatus CreateSubdirectory(CFatFile& parent, const char16_t* name, std::uint8_t attributes,
                              FileReference* created) {

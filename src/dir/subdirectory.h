@@ -9,9 +9,6 @@
 
 namespace fatvol {
 
-// Whether an 11-byte name is that of the ".." entry.
-bool IsDotDotName(const std::uint8_t* shortName);
-
 // Creates a directory of one cluster in a loaded directory and gives its object, with its listing
 // and one reference. Its content stands in the block cache until it is written back.
 // STATUS_DISK_FULL without a free cluster or slot, STATUS_FILE_CORRUPT_ERROR when the new object

@@ -44,38 +44,29 @@ FatStatus FindParentEntry(const CFatFile& object, ParentEntry* parent) {
 
 namespace {
 
-FatStatus StoreEntry(const CFatFile& object, CFatFile& parent, DirItem& item) {
-    const ShortEntry previous = item.entry;
-    item.entry = object.entry;
-    const FatStatus status = WriteDirSlots(parent, item.slot, 1, &item.entry);
-    if (Failed(status)) {
-        item.entry = previous;
+FatStatus StoreEntry(CFatFile& object, const ShortEntry& entry, CFatFile& parent, DirItem& item) {
+    const FatStatus status = WriteDirSlots(parent, item.slot, 1, &entry);
+    if (Succeeded(status)) {
+        object.entry = entry;
+        item.entry = entry;
     }
     return status;
 }
 
 }  // namespace
 
-FatStatus WriteBackEntry(const CFatFile& object, CFatFile* parent, DirItem* item) {
+FatStatus WriteBackEntry(CFatFile& object, const ShortEntry& entry, CFatFile* parent,
+                         DirItem* item) {
     if (&object == object.volume->rootDirectory) {
+        object.entry = entry;
         return STATUS_SUCCESS;
     }
     if (parent) {
-        return StoreEntry(object, *parent, *item);
+        return StoreEntry(object, entry, *parent, *item);
     }
     ParentEntry found;
     const FatStatus status = FindParentEntry(object, &found);
-    return Failed(status) ? status : StoreEntry(object, *found.directory, *found.item);
-}
-
-FatStatus ChangeEntry(CFatFile& object, const ShortEntry& entry) {
-    const ShortEntry previous = object.entry;
-    object.entry = entry;
-    const FatStatus status = WriteBackEntry(object, nullptr, nullptr);
-    if (Failed(status)) {
-        object.entry = previous;
-    }
-    return status;
+    return Failed(status) ? status : StoreEntry(object, entry, *found.directory, *found.item);
 }
 
 }  // namespace fatvol

@@ -25,12 +25,11 @@ struct ParentEntry {
 // in the parent's listing, or the failure of opening the parent.
 FatStatus FindParentEntry(const CFatFile& object, ParentEntry* parent);
 
-// Stores the object's entry in its item and in the parent directory, which are given together or
-// found by the object's path. The root directory has no entry: nothing happens, successfully. After
-// a failure (of finding the parent, or of the write) the item is as it was.
-FatStatus WriteBackEntry(const CFatFile& object, CFatFile* parent, DirItem* item);
-
-// Gives an object a changed entry and stores it. After a failure the object has its old entry.
-FatStatus ChangeEntry(CFatFile& object, const ShortEntry& entry);
+// Gives an object a changed entry, storing it in its item and in the parent directory, which are
+// given together or found by the object's path. The root directory has no entry to store. After a
+// failure (of finding the parent, or of the write) object and item have their old entry; they have
+// it until the end, because on the way the object's own blocks may have to be written.
+FatStatus WriteBackEntry(CFatFile& object, const ShortEntry& entry, CFatFile* parent = nullptr,
+                         DirItem* item = nullptr);
 
 }  // namespace fatvol

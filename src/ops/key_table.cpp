@@ -79,4 +79,30 @@ KeyNode* FindChain(const KeyTable& table, const NameKey& key) {
     return last ? *last : nullptr;
 }
 
+namespace {
+
+std::uint32_t CountChain(const KeyNode* last) {
+    std::uint32_t count = 0;
+    for (const KeyNode* node = last; node; node = node->next != last ? node->next : nullptr) {
+        ++count;
+    }
+    return count;
+}
+
+}  // namespace
+
+std::uint32_t CountKeys(const KeyTable& table) {
+    std::uint32_t count = 0;
+    for (std::uint32_t a = 0; table.levels && a < table.modulus; ++a) {
+        const KeyTable::Level2& second = table.levels[a];
+        for (std::uint32_t b = 0; second && b < table.modulus; ++b) {
+            const KeyTable::Level3& third = second[b];
+            for (std::uint32_t c = 0; third && c < table.modulus; ++c) {
+                count += CountChain(third[c]);
+            }
+        }
+    }
+    return count;
+}
+
 }  // namespace fatvol

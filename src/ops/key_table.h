@@ -42,6 +42,9 @@ FatStatus InsertKey(KeyTable& table, KeyNode& node);
 // Takes a node out; nothing happens when it is not in the table.
 void UnlinkKey(KeyTable& table, KeyNode& node);
 
+// The number of nodes in a table.
+std::uint32_t CountKeys(const KeyTable& table);
+
 // The last node of the chain that holds the nodes of a key; null when there is none.
 KeyNode* FindChain(const KeyTable& table, const NameKey& key);
 

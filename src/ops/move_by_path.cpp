@@ -7,7 +7,6 @@
 #include "dir/dir_listing.h"
 #include "dir/dir_lookup.h"
 #include "dir/dir_slots.h"
-#include "dir/subdirectory.h"
 #include "ops/cache_key.h"
 #include "ops/change_by_path.h"
 #include "ops/path_entry.h"
@@ -40,7 +39,7 @@ FatStatus OpenDestination(FatVolume& volume, const char16_t* path, FileReference
 // Points the ".." among the first two entries of a directory to its new parent. A directory of
 // another system that has none there is left alone.
 void Repoint(ShortEntry (&dots)[DotEntryCount], const CFatFile& parent) {
-    if (IsDotDotName(dots[1].DIR_Name)) {
+    if (HasShortName(dots[1], DotDotName)) {
         const bool isRoot = &parent == parent.volume->rootDirectory;
         SetFirstCluster(dots[1], isRoot ? 0 : parent.firstCluster);
     }
@@ -76,25 +75,19 @@ bool HasDataCluster(const FatVolume& volume, const ShortEntry& entry) {
 }
 
 // Moves the entry and, of a directory, the way up.
-FatStatus MoveEntry(PathEntry& entry, CFatFile& destination, const char16_t* name) {
+FatStatus MoveEntry(PathEntry& entry, CFatFile& destination) {
     CFatFile& source = *entry.parent.directory;
     const ShortEntry moved = entry.parent.item->entry;
     if (IsDirectory(moved) && !HasDataCluster(*source.volume, moved)) {
         return STATUS_FILE_CORRUPT_ERROR;
     }
-    FatStatus status = MoveDirEntry(source, *entry.parent.item, destination);
-    if (Failed(status) || !IsDirectory(moved)) {
-        return status;
-    }
-    status = entry.object ? RepointOpen(*entry.object, destination)
-                          : RepointClosed(FirstCluster(moved), destination);
-    if (Failed(status)) {
-        // Back to the slots that are still free, in blocks that are still cached.
-        if (DirItem* item = FindDirItem(destination, name)) {
-            (void)MoveDirEntry(destination, *item, source);
+    return MoveDirEntry(source, *entry.parent.item, destination, [&] {
+        if (!IsDirectory(moved)) {
+            return STATUS_SUCCESS;
         }
-    }
-    return status;
+        return entry.object ? RepointOpen(*entry.object, destination)
+                            : RepointClosed(FirstCluster(moved), destination);
+    });
 }
 
 // The path of a name in the destination directory.
@@ -138,7 +131,7 @@ FatStatus MoveByPath(FatVolume& volume, const char16_t* path, const char16_t* de
         status = rekeying.Prepare(volume, path, TargetPath(destination, name).View());
     }
     if (Succeeded(status)) {
-        status = MoveEntry(entry, *target, name);
+        status = MoveEntry(entry, *target);
     }
     if (Succeeded(status)) {
         rekeying.Apply(volume);

@@ -104,12 +104,15 @@ void ReleaseRuns(ClusterBitmap& bitmap, const ClusterRunList& list) {
     });
 }
 
-FatStatus ChainClusters(FatVolume& volume, const ClusterRunList& list) {
+namespace {
+
+// Calls `set(cluster, next)` for each cluster of a list, in file order, until one fails.
+template <class Set>
+FatStatus ForEachLink(const ClusterRunList& list, Set set) {
     std::uint32_t previous = 0;
     const FatStatus status = ForEachRun(list, [&](std::uint32_t first, std::uint32_t length) {
         for (std::uint32_t cluster = first; cluster < first + length; ++cluster) {
-            const FatStatus linked =
-                previous != 0 ? SetFatEntry(volume, previous, cluster) : STATUS_SUCCESS;
+            const FatStatus linked = previous != 0 ? set(previous, cluster) : STATUS_SUCCESS;
             if (Failed(linked)) {
                 return linked;
             }
@@ -117,37 +120,39 @@ FatStatus ChainClusters(FatVolume& volume, const ClusterRunList& list) {
         }
         return STATUS_SUCCESS;
     });
-    return Failed(status) ? status : SetFatEntry(volume, previous, EndOfChain);
+    return Failed(status) || previous == 0 ? status : set(previous, EndOfChain);
+}
+
+}  // namespace
+
+FatStatus ChainClusters(FatVolume& volume, const ClusterRunList& list) {
+    return ForEachLink(list, [&](std::uint32_t cluster, std::uint32_t next) {
+        return SetFatEntry(volume, cluster, next);
+    });
 }
 
 FatStatus FreeChain(FatVolume& volume, const ClusterRunList& list) {
-    return ForEachRun(list, [&](std::uint32_t first, std::uint32_t length) {
-        FatStatus status = STATUS_SUCCESS;
-        for (std::uint32_t i = 0; i < length && Succeeded(status); ++i) {
-            status = SetFatEntry(volume, first + i, FreeCluster);
-        }
-        return status;
+    return ForEachLink(list, [&](std::uint32_t cluster, std::uint32_t) {
+        return SetFatEntry(volume, cluster, FreeCluster);
     });
 }
 
-bool RestoreFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t value) {
-    if (Succeeded(SetFatEntry(volume, cluster, value))) {
-        return true;
-    }
-    // A write-back that failed does not mean that the entry did not change: it may be in the cache.
-    std::uint32_t held = ~value;
-    return Succeeded(GetFatEntry(volume, cluster, &held)) && held == value;
-}
-
-bool RestoreFree(FatVolume& volume, const ClusterRunList& list) {
-    bool allFree = true;
-    (void)ForEachRun(list, [&](std::uint32_t first, std::uint32_t length) {
-        for (std::uint32_t i = 0; i < length; ++i) {
-            allFree = RestoreFatEntry(volume, first + i, FreeCluster) && allFree;
-        }
+bool ForceChain(FatVolume& volume, const ClusterRunList& list) {
+    bool allSet = true;
+    (void)ForEachLink(list, [&](std::uint32_t cluster, std::uint32_t next) {
+        allSet = ForceFatEntry(volume, cluster, next) && allSet;
         return STATUS_SUCCESS;
     });
-    return allFree;
+    return allSet;
+}
+
+bool ForceFree(FatVolume& volume, const ClusterRunList& list) {
+    bool allSet = true;
+    (void)ForEachLink(list, [&](std::uint32_t cluster, std::uint32_t) {
+        allSet = ForceFatEntry(volume, cluster, FreeCluster) && allSet;
+        return STATUS_SUCCESS;
+    });
+    return allSet;
 }
 
 }  // namespace fatvol

@@ -21,17 +21,17 @@ FatStatus AllocateClusters(ClusterBitmap& bitmap, std::uint32_t count, ClusterRu
 // Gives the clusters of a list back to the bitmap, run by run. The FAT is the caller's affair.
 void ReleaseRuns(ClusterBitmap& bitmap, const ClusterRunList& list);
 
-// Links the clusters of a list in the FAT, in file order, the last one to the end mark.
+// Links the clusters of a list in the FAT, in file order, the last one to the end mark. After a
+// failure the entries set so far stay set.
 FatStatus ChainClusters(FatVolume& volume, const ClusterRunList& list);
 
-// Sets the FAT entries of all clusters of a list to free. The first failure ends it.
+// Sets the FAT entries of all clusters of a list to free. After a failure those set so far stay
+// set.
 FatStatus FreeChain(FatVolume& volume, const ClusterRunList& list);
 
-// Makes the FAT entry of a cluster hold a value, for undoing: whether it does then, be it only in
-// memory for now.
-bool RestoreFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t value);
-
-// Undoes ChainClusters: makes all entries of a list free again. False when one could not be.
-bool RestoreFree(FatVolume& volume, const ClusterRunList& list);
+// The same for undoing, where a write that fails now is made up for later. False when the entry of
+// a cluster could not be read; the others are set all the same.
+bool ForceChain(FatVolume& volume, const ClusterRunList& list);
+bool ForceFree(FatVolume& volume, const ClusterRunList& list);
 
 }  // namespace fatvol

@@ -83,7 +83,9 @@ FatStatus EvictNode(FatVolume& volume, FatCacheNode** freed) {
             return status;
         }
         node.block->dirty = 0;
-        *FindDirtyPlace(table, *node.block) = nullptr;
+        if (FatBlock** place = FindDirtyPlace(table, *node.block)) {
+            *place = nullptr;
+        }
     }
     if (!RemoveFromBucket(table, node)) {
         return STATUS_FILE_CORRUPT_ERROR;
@@ -168,7 +170,8 @@ bool IsNodeSound(const FatTable& table, const FatCacheNode& node) {
     }
     const auto end = table.dirtyList.begin() + table.dirtyCount;
     const auto places = std::count(table.dirtyList.begin(), end, node.block.get());
-    return places == (node.block->dirty != 0 ? 1 : 0);
+    const bool dirty = node.block->dirty != 0;
+    return places <= (dirty ? 1 : 0) && (!dirty || places == 1 || table.unlistedDirty);
 }
 
 }  // namespace

@@ -87,16 +87,27 @@ FatStatus Set(FatVolume& volume, std::uint32_t cluster, std::uint32_t value) {
     return MarkFatBlockDirty(volume, *place.block);
 }
 
+template <class Entry>
+bool Force(FatVolume& volume, std::uint32_t cluster, std::uint32_t value) {
+    EntryPlace place{};
+    if (Failed(Entry::Find(volume, cluster, &place))) {
+        return false;
+    }
+    Entry::Store(place.bytes, cluster, value);
+    ForceFatBlockDirty(volume, *place.block);
+    return true;
+}
+
 }  // namespace
 
 FatEntryFunctions EntryFunctionsOf(std::uint32_t fatType) {
     switch (fatType) {
         case 12:
-            return {Get<Entry12>, Set<Entry12>};
+            return {Get<Entry12>, Set<Entry12>, Force<Entry12>};
         case 16:
-            return {Get<Entry16>, Set<Entry16>};
+            return {Get<Entry16>, Set<Entry16>, Force<Entry16>};
         default:
-            return {Get<Entry32>, Set<Entry32>};
+            return {Get<Entry32>, Set<Entry32>, Force<Entry32>};
     }
 }
 
@@ -106,6 +117,10 @@ FatStatus GetFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t* v
 
 FatStatus SetFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t value) {
     return volume.fatTable.setFatEntry(volume, cluster, value);
+}
+
+bool ForceFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t value) {
+    return EntryFunctionsOf(volume.fatType).force(volume, cluster, value);
 }
 
 }  // namespace fatvol

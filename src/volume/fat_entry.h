@@ -6,9 +6,12 @@
 
 namespace fatvol {
 
+using ForceFatEntryFunction = bool (*)(FatVolume&, std::uint32_t cluster, std::uint32_t value);
+
 struct FatEntryFunctions {
     GetFatEntryFunction get;
     SetFatEntryFunction set;
+    ForceFatEntryFunction force;
 };
 
 // The functions of a FAT type (12, 16 or 32).

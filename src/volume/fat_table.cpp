@@ -88,7 +88,20 @@ FatStatus MarkFatBlockDirty(FatVolume& volume, FatBlock& block) {
     return table.dirtyCount == FatDirtyCapacity ? FlushFatTable(volume) : STATUS_SUCCESS;
 }
 
-FatStatus FlushFatTable(FatVolume& volume) {
+void ForceFatBlockDirty(FatVolume& volume, FatBlock& block) {
+    FatTable& table = volume.fatTable;
+    if (table.dirtyCount < FatDirtyCapacity || FindDirtyPlace(table, block)) {
+        // Whether the list could be written is of no concern here: the block is on it.
+        (void)MarkFatBlockDirty(volume, block);
+    } else {
+        block.dirty = 1;
+        table.unlistedDirty = true;
+    }
+}
+
+namespace {
+
+FatStatus FlushDirtyList(FatVolume& volume) {
     FatTable& table = volume.fatTable;
     for (std::uint32_t place = table.dirtyCount; place-- > 0;) {
         FatBlock* block = table.dirtyList[place];
@@ -103,6 +116,28 @@ FatStatus FlushFatTable(FatVolume& volume) {
         block->dirty = 0;
     }
     table.dirtyCount = 0;
+    return STATUS_SUCCESS;
+}
+
+}  // namespace
+
+FatStatus FlushFatTable(FatVolume& volume) {
+    FatTable& table = volume.fatTable;
+    FatStatus status = FlushDirtyList(volume);
+    if (Failed(status) || !table.unlistedDirty) {
+        return status;
+    }
+    for (auto* link = table.recency.next; link != &table.recency; link = link->next) {
+        FatBlock& block = *static_cast<FatCacheNode*>(link)->block;
+        if (block.dirty != 0) {
+            status = WriteFatBlock(volume, block);
+            if (Failed(status)) {
+                return status;
+            }
+            block.dirty = 0;
+        }
+    }
+    table.unlistedDirty = false;
     return STATUS_SUCCESS;
 }
 
@@ -121,6 +156,7 @@ FatStatus ReleaseFatVolume(FatVolume& volume) {
     }
     table.dirtyList.fill(nullptr);
     table.dirtyCount = 0;
+    table.unlistedDirty = false;
     table.recency.next = table.recency.prev = &table.recency;
     table.nodes.reset();
     table.nodesInUse = 0;

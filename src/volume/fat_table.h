@@ -12,7 +12,8 @@
 // Invariants:
 //  1. A node with a block is in the recency list and in bucket block index % 269, each once.
 //  2. nodesInUse nodes of the array have been taken; no block index is cached twice.
-//  3. A block is dirty exactly when it stands in one of the first dirtyCount places of dirtyList.
+//  3. A block in one of the first dirtyCount places of dirtyList is dirty and stands there once. A
+//     dirty block stands there unless unlistedDirty is set.
 #pragma once
 
 #include <array>
@@ -77,6 +78,8 @@ struct FatTable {
     std::uint32_t lastBlockIndex = 0;
     std::uint32_t dirtyCount = 0;
     std::array<FatBlock*, FatDirtyCapacity> dirtyList{};  // a place may be null
+    // An undo had to change blocks while the list was full of blocks that cannot be written.
+    bool unlistedDirty = false;
     bool changedSinceCopy = false;  // the first FAT was written and the second one not yet
 };
 
@@ -91,6 +94,10 @@ FatStatus InitFatTable(FatVolume& volume, std::uint32_t fatType, std::uint32_t s
 // and stays listed).
 FatStatus GetFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t* value);
 FatStatus SetFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t value);
+
+// Makes the entry of a cluster hold a value, for undoing: the change stays in memory when it cannot
+// be written now. False when the block of the entry cannot be read, with nothing changed.
+bool ForceFatEntry(FatVolume& volume, std::uint32_t cluster, std::uint32_t value);
 
 // The block of this index, read if it is not cached; it stays valid until another block is asked
 // for. `sectorInFat` is its first sector counted from the start of the FAT. When it cannot be read,
@@ -116,6 +123,9 @@ FatStatus WriteFatBlock(FatVolume& volume, const FatBlock& block);
 // Makes room for one more block on the dirty list, writing the list when it is full. A block that
 // is listed needs none. A failure means that the list could not be written whole.
 FatStatus ReserveDirtyPlace(FatVolume& volume, const FatBlock& block);
+
+// Marks a block dirty whatever the state of the list.
+void ForceFatBlockDirty(FatVolume& volume, FatBlock& block);
 
 // Puts a block on the dirty list after ReserveDirtyPlace, and writes the list when it is full. The
 // block is listed even when that fails.

@@ -23,7 +23,6 @@ struct Resize {
     std::uint64_t newAllocated;  // bytes, whole clusters
     CFatFile* parent;
     DirItem* item;
-    ShortEntry oldEntry;
     std::uint64_t oldAllocated;
     std::uint64_t oldDataSize;
 
@@ -32,23 +31,19 @@ struct Resize {
     }
 };
 
-void SetFirst(CFatFile& object, std::uint32_t cluster) {
-    object.firstCluster = cluster;
-    SetFirstCluster(object.entry, cluster);
-}
-
-void RestoreObject(Resize& resize) {
-    resize.object.entry = resize.oldEntry;
-    resize.object.firstCluster = FirstCluster(resize.oldEntry);
-    resize.object.allocatedSize = resize.oldAllocated;
-}
-
-// Stores the changed entry with the new size.
-FatStatus StoreEntry(Resize& resize) {
-    if (!IsDirectory(resize.object)) {
-        SetFileSize(resize.object.entry, resize.size);
+// Stores the entry with the new size and first cluster, and gives it to the object.
+FatStatus StoreEntry(const Resize& resize, std::uint32_t firstCluster) {
+    CFatFile& object = resize.object;
+    ShortEntry entry = object.entry;
+    SetFirstCluster(entry, firstCluster);
+    if (!IsDirectory(object)) {
+        SetFileSize(entry, resize.size);
     }
-    return WriteBackEntry(resize.object, resize.parent, resize.item);
+    const FatStatus status = WriteBackEntry(object, entry, resize.parent, resize.item);
+    if (Succeeded(status)) {
+        object.firstCluster = firstCluster;
+    }
+    return status;
 }
 
 // Brings the cached blocks in line with a data size that has changed. The cached bytes behind the
@@ -66,14 +61,12 @@ void FitCachedBlocks(const Resize& resize) {
     }
 }
 
-FatStatus ChangeSizeOnly(Resize& resize) {
-    const FatStatus status = StoreEntry(resize);
-    if (Failed(status)) {
-        RestoreObject(resize);
-        return status;
+FatStatus ChangeSizeOnly(const Resize& resize) {
+    const FatStatus status = StoreEntry(resize, resize.object.firstCluster);
+    if (Succeeded(status)) {
+        FitCachedBlocks(resize);
     }
-    FitCachedBlocks(resize);
-    return STATUS_SUCCESS;
+    return status;
 }
 
 // The clusters that an object gains, and where they are attached.
@@ -110,7 +103,7 @@ FatStatus PrepareGrowth(Resize& resize, Addition& added) {
 }
 
 // Detaches the clusters in the FAT again. When that cannot be done for all of them they stay taken:
-// a lost cluster does no harm, a shared one would.
+// a lost cluster does no harm, a shared one would. A chain that cannot be cut off stays whole.
 void UndoGrowth(Resize& resize, const Addition& added) {
     FatVolume& volume = resize.volume;
     if (IsDirectory(resize.object)) {
@@ -118,8 +111,9 @@ void UndoGrowth(Resize& resize, const Addition& added) {
         (void)ResizeDirListing(*resize.object.listing,
                                static_cast<std::uint32_t>(resize.oldAllocated / DirEntrySize));
     }
-    const bool detached = added.last == 0 || RestoreFatEntry(volume, added.last, added.lastValue);
-    if (RestoreFree(volume, added.clusters) && detached) {
+    if (added.last != 0 && !ForceFatEntry(volume, added.last, added.lastValue)) {
+        (void)ForceChain(volume, added.clusters);
+    } else if (ForceFree(volume, added.clusters)) {
         ReleaseRuns(volume.clusterBitmap, added.clusters);
     }
 }
@@ -134,9 +128,6 @@ FatStatus LinkAddition(Resize& resize, const Addition& added) {
 // Makes the added clusters the object's. The room for the runs was reserved.
 void AdoptAddition(Resize& resize, const Addition& added) {
     CFatFile& object = resize.object;
-    if (added.last == 0) {
-        SetFirst(object, added.clusters.runs[1].startCluster);
-    }
     for (std::uint32_t run = 1; run < added.clusters.count; ++run) {
         const ClusterRun* runs = added.clusters.runs;
         const std::uint32_t total = TotalClusters(object.runs);
@@ -181,10 +172,10 @@ FatStatus Grow(Resize& resize) {
         status = ClearNewSpace(resize);
     }
     if (Succeeded(status)) {
-        status = StoreEntry(resize);
+        status = StoreEntry(resize, object.runs.runs[1].startCluster);
     }
     if (Failed(status)) {
-        RestoreObject(resize);
+        object.allocatedSize = resize.oldAllocated;
         TruncateFileBlocks(object, DataSize(object));
         CutTail(object.runs, TotalClusters(added.clusters));
         UndoGrowth(resize, added);
@@ -194,28 +185,39 @@ FatStatus Grow(Resize& resize) {
     return STATUS_SUCCESS;
 }
 
-// Links the clusters from file index `from` on as they were before a cut. Those whose entries
-// cannot be restored stay taken all the same.
+// The volume cluster of a file cluster index that the runs cover.
+std::uint32_t ClusterOf(const ClusterRunList& runs, std::uint32_t index) {
+    std::uint32_t cluster = 0;
+    std::uint32_t left = 0;
+    (void)ClusterAt(runs, index, &cluster, &left);
+    return cluster;
+}
+
+// Links the clusters from file index `from` on as they were before a cut. Where an entry cannot be
+// had the chain ends before it, and the object with it; the clusters behind stay taken.
 void RelinkTail(Resize& resize, std::uint32_t from, std::uint32_t lastValue) {
-    const ClusterRunList& runs = resize.object.runs;
-    std::uint32_t next = lastValue;
-    for (std::uint32_t index = TotalClusters(runs); index-- > from;) {
-        std::uint32_t cluster = 0;
-        std::uint32_t left = 0;
-        if (ClusterAt(runs, index, &cluster, &left)) {
-            (void)RestoreFatEntry(resize.volume, cluster, next);
-            next = cluster;
+    CFatFile& object = resize.object;
+    const std::uint32_t total = TotalClusters(object.runs);
+    for (std::uint32_t index = from; index < total; ++index) {
+        const std::uint32_t next =
+            index + 1 < total ? ClusterOf(object.runs, index + 1) : lastValue;
+        if (ForceFatEntry(resize.volume, ClusterOf(object.runs, index), next)) {
+            continue;
         }
+        if (index > 0) {
+            (void)ForceFatEntry(resize.volume, ClusterOf(object.runs, index - 1), EndOfChain);
+            CutTail(object.runs, total - index);
+            object.allocatedSize = std::uint64_t{index} << resize.volume.clusterShift;
+        }
+        return;
     }
 }
 
 // Frees the clusters of the tail in the FAT and ends the chain before them.
 FatStatus UnlinkTail(Resize& resize, const ClusterRunList& tail, std::uint32_t kept) {
     FatStatus status = FreeChain(resize.volume, tail);
-    std::uint32_t last = 0;
-    std::uint32_t left = 0;
-    if (Succeeded(status) && kept > 0 && ClusterAt(resize.object.runs, kept - 1, &last, &left)) {
-        status = SetFatEntry(resize.volume, last, EndOfChain);
+    if (Succeeded(status) && kept > 0) {
+        status = SetFatEntry(resize.volume, ClusterOf(resize.object.runs, kept - 1), EndOfChain);
     }
     return status;
 }
@@ -238,13 +240,9 @@ FatStatus Shrink(Resize& resize) {
     }
     status = UnlinkTail(resize, tail, kept);
     if (Succeeded(status)) {
-        if (kept == 0) {
-            SetFirst(object, 0);
-        }
-        status = StoreEntry(resize);
+        status = StoreEntry(resize, kept == 0 ? 0 : object.firstCluster);
     }
     if (Failed(status)) {
-        RestoreObject(resize);
         RelinkTail(resize, kept == 0 ? 0 : kept - 1, lastValue);
         return status;
     }
@@ -283,9 +281,9 @@ FatStatus ResizeFile(CFatFile& object, std::uint32_t sizeBytes, CFatFile* parent
     if (sizeBytes > 0u - volume.bytesPerCluster) {
         return STATUS_INVALID_PARAMETER;
     }
-    Resize resize{object,          volume, sizeBytes,    newAllocated,
-                  parent,          item,   object.entry, object.allocatedSize,
-                  DataSize(object)};
+    Resize resize{
+        object,          volume, sizeBytes, newAllocated, parent, item, object.allocatedSize,
+        DataSize(object)};
     const bool isDirectory = IsDirectory(object);
     if (newAllocated == object.allocatedSize) {
         const bool unchanged = isDirectory || sizeBytes == FileSize(object.entry);

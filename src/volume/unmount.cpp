@@ -28,21 +28,21 @@ bool IsFsInfo(const std::uint8_t* sector) {
            LoadU32(sector + FSI_TrailSig) == 0xAA550000;
 }
 
-// Marks the free count and the next free cluster unknown. They are hints only, so whatever fails
-// here is of no consequence. A sector number outside the reserved region is no FSInfo sector: what
-// stands there belongs to something else.
-void ResetFsInfo(FatVolume& volume) {
+// Marks the free count and the next free cluster unknown. A sector number outside the reserved
+// region is no FSInfo sector: what stands there belongs to something else.
+FatStatus ResetFsInfo(FatVolume& volume) {
     const std::uint64_t position = std::uint64_t{volume.fsInfoSector} * volume.bytesPerSector;
     const std::uint64_t reserved = std::uint64_t{volume.firstFatSector} * volume.bytesPerSector;
     if (!volume.isFat32 || position + FsInfoSize > reserved) {
-        return;
+        return STATUS_SUCCESS;
     }
     std::uint8_t sector[FsInfoSize];
-    if (Failed(ReadBytes(*volume.storage, sector, position, FsInfoSize)) || !IsFsInfo(sector)) {
-        return;
+    const FatStatus status = ReadBytes(*volume.storage, sector, position, FsInfoSize);
+    if (Failed(status) || !IsFsInfo(sector)) {
+        return status;
     }
     std::memset(sector + FSI_Free_Count, 0xFF, 8);
-    (void)WriteBytes(*volume.storage, sector, position, FsInfoSize);
+    return WriteBytes(*volume.storage, sector, position, FsInfoSize);
 }
 
 // Brings the second FAT up to date; a volume with a single FAT has none.
@@ -92,9 +92,8 @@ bool FlushVolume(FatVolume& volume) {
         return false;
     }
     const bool directoriesWritten = FlushObjects(volume, ObjectKind::Directories);
-    ResetFsInfo(volume);
     if (volume.fatTable.changedSinceCopy) {
-        if (Failed(CopyFatToSecond(volume))) {
+        if (Failed(CopyFatToSecond(volume)) || Failed(ResetFsInfo(volume))) {
             return false;
         }
         volume.fatTable.changedSinceCopy = false;
@@ -104,7 +103,8 @@ bool FlushVolume(FatVolume& volume) {
 
 FatStatus UnmountVolume(FatVolume& volume) {
     if (volume.state == VolumeState::Mounted) {
-        ResetFsInfo(volume);
+        // Its counts are hints that nobody has to believe.
+        (void)ResetFsInfo(volume);
         const FatStatus status = ReleaseFatVolume(volume);
         if (Failed(status)) {
             volume.state = VolumeState::ReleaseFailed;
