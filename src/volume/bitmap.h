@@ -29,8 +29,9 @@ void SetBits(Bitmap& bitmap, std::uint32_t first, std::uint32_t count);
 void ClearBits(Bitmap& bitmap, std::uint32_t first, std::uint32_t count);
 
 // The first bit of the first run of `count` (at least 1) clear bits met from bit `hint` upward,
-// going on once from the start; NoBit when there is none. A run that contains the hint counts from
-// the hint on.
+// going on once from the start. A run that contains the hint counts from the hint on. NoBit when
+// none is found, which for 15 bits and more is not quite the same as that there is none: runs that
+// end with the last byte looked at can be missed. Callers have another way then.
 std::uint32_t FindClearBits(Bitmap& bitmap, std::uint32_t count, std::uint32_t hint);
 
 // The length of the first run of clear bits at or after `from`, with its first bit in `*start`; 0

@@ -4,22 +4,19 @@ namespace fatvol::test {
 namespace {
 
 TEST(FatTable, StoresEachTypeOfEntry) {
-    const struct {
-        VolumeLayout layout;
-        uint32_t firstSector, sectorCount;  // of the first read of the FAT, that of its end
-    } cases[] = {{{12, 512, 1, 2847, 1, 2, 224}, 1, 9}, {{12, 128, 1, 101}, 4, 2},
-                 {{16, 512, 1, 99998}, 1, 391},         {{16, 512, 1, 140000}, 513, 35},
-                 {{32, 4096, 1, 70000}, 96, 5},         {{32, 128, 1, 65534}, 128, 2048}};
-    for (const auto& [layout, firstSector, sectorCount] : cases) {
+    for (const VolumeLayout& layout : {VolumeLayout{12, 512, 1, 2847},
+                                       {12, 128, 1, 169},
+                                       {16, 512, 1, 99998},
+                                       {16, 512, 1, 140000},
+                                       {32, 4096, 1, 70000},
+                                       {32, 128, 1, 65534}}) {
         SCOPED_TRACE(layout.clusterCount);
         ImageBuilder builder(layout);
         MemoryDisk& disk = builder.disk;
-        disk.keepCalls = true;
         const uint32_t mask = layout.fatType == 32 ? ~0U : (1U << layout.fatType) - 1;
         std::map<uint32_t, uint32_t> values;
         {
             const MountedVolume volume(disk);
-            EXPECT_EQ(disk.calls.at(1), (Call{CallKind::ReadSectors, firstSector, sectorCount}));
             Rng rng(layout.clusterCount);
             for (int i = 0; i < 500; ++i) {
                 const auto cluster = static_cast<uint32_t>(2 + Below(rng, layout.clusterCount));
@@ -118,7 +115,8 @@ TEST(FatCache, KeepsBlocksAndChangesThroughFailures) {
         disk.beforeCall = [&](const Call& call) {
             return (IsWrite(call.kind) ? model.writesFail : model.readsFail) ? -7 : 0;
         };
-        for (uint32_t step = 0; step < 4000; ++step) {
+        uint64_t next = 0;
+        for (uint32_t step = 0; step < 6000; ++step) {
             Rng rng(step);
             SCOPED_TRACE(step);
             model.calls.clear();
@@ -126,9 +124,10 @@ TEST(FatCache, KeepsBlocksAndChangesThroughFailures) {
             model.writesFail = Below(rng, 4) == 0;
             model.readsFail = Below(rng, 20) == 0;
             // Round and round, which asks for blocks just evicted, with leaps.
-            const uint64_t block = Below(rng, 5) == 0 ? Below(rng, BlockCount) : step % BlockCount;
+            const uint64_t block =
+                Below(rng, 5) == 0 ? Below(rng, BlockCount) : next++ % BlockCount;
             const auto cluster = static_cast<uint32_t>(block << 16 | (2 + Below(rng, 5)));
-            const bool isSet = Below(rng, step / 500 % 2 == 0 ? 90 : 3) == 0;
+            const bool isSet = Below(rng, step / 1000 % 2 == 0 ? 150 : 3) == 0;
             uint32_t value = static_cast<uint32_t>(rng()) & 0x0FFFFFFF;
             const FatStatus status = isSet ? fatvol::SetFatEntry(*volume, cluster, value)
                                            : fatvol::GetFatEntry(*volume, cluster, &value);
