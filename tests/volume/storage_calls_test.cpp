@@ -23,6 +23,7 @@ std::vector<Call> FatReads(const Geometry& geometry) {
 
 TEST_F(VolumeTest, MountsAndUnmountsInOrder) {
     for (const VolumeLayout& layout : {VolumeLayout{12, 512, 1, 2847, 1, 2, 224},
+                                       {12, 128, 1, 169},
                                        {12, 4096, 128, 60, 0, 1, 512},
                                        {16, 512, 1, 200000},
                                        {16, 128, 2, 140000, 5, 3, 512},
