@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "data/fat_file.h"
+#include "data/remaining_transfer.h"
 #include "storage/storage_io.h"
 #include "volume/fat_volume.h"
 
@@ -33,18 +34,9 @@ constexpr Direction Writing{
         return WriteBytesAligned(storage, memory, position, count);
     }};
 
-// What is left of a transfer.
-struct Remainder {
+// What is left of a transfer, and whose.
+struct Remainder : RemainingTransfer {
     const CFatFile& file;
-    std::uint64_t offset;
-    std::uint32_t length;
-    std::uint8_t* memory;
-
-    void Advance(std::uint32_t bytes) {
-        offset += bytes;
-        length -= bytes;
-        memory += bytes;
-    }
 };
 
 // The volume position of the cluster that holds the offset, and the bytes from that cluster's
@@ -132,7 +124,7 @@ FatStatus Transfer(Remainder rest, const Direction& direction) {
 
 FatStatus DirectRead(const CFatFile& file, std::uint64_t offset, std::uint32_t length,
                      void* destination) {
-    return Transfer({file, offset, length, static_cast<std::uint8_t*>(destination)}, Reading);
+    return Transfer({{offset, length, static_cast<std::uint8_t*>(destination)}, file}, Reading);
 }
 
 FatStatus DirectWrite(const CFatFile& file, std::uint64_t offset, const void* source) {
@@ -144,7 +136,7 @@ FatStatus DirectWrite(const CFatFile& file, std::uint64_t offset, const void* so
         static_cast<std::uint32_t>(std::min<std::uint64_t>(size - offset, CacheBlockSize));
     // Writing only reads the memory.
     auto* memory = const_cast<std::uint8_t*>(static_cast<const std::uint8_t*>(source));
-    return Transfer({file, offset, length, memory}, Writing);
+    return Transfer({{offset, length, memory}, file}, Writing);
 }
 
 }  // namespace fatvol

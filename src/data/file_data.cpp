@@ -7,6 +7,7 @@
 
 #include "data/direct_transfer.h"
 #include "data/fat_file.h"
+#include "data/remaining_transfer.h"
 
 namespace fatvol {
 
@@ -17,20 +18,11 @@ namespace {
 enum class Direction { Read, Write };
 
 // A transfer being planned: what is still to be looked at, and the runs found so far.
-struct Plan {
+struct Plan : RemainingTransfer {
     CFatFile& file;
     Direction direction;
-    std::uint64_t offset;
-    std::uint32_t remaining;  // bytes
-    std::uint8_t* buffer;
     std::uint32_t transferred = 0;
     std::uint32_t runCount = 0;
-
-    void Advance(std::uint32_t bytes) {
-        offset += bytes;
-        buffer += bytes;
-        remaining -= bytes;
-    }
 };
 
 // Copies between a block and the caller's memory. The length may be 0 and the memory null.
@@ -50,7 +42,7 @@ void CopyBlock(Direction direction, CacheBlock& block, std::uint32_t inBlock, st
 }
 
 void CopyCached(Plan& plan, CacheBlock& block, std::uint32_t inBlock, std::uint32_t length) {
-    CopyBlock(plan.direction, block, inBlock, plan.buffer, length);
+    CopyBlock(plan.direction, block, inBlock, plan.memory, length);
     plan.transferred += length;
     plan.Advance(length);
 }
@@ -58,29 +50,29 @@ void CopyCached(Plan& plan, CacheBlock& block, std::uint32_t inBlock, std::uint3
 // Records a run that begins at the plan's offset and goes on up to a cached block or the end.
 void PlanUncachedRun(Plan& plan) {
     TransferRun& run = TransferRunTable[plan.runCount++];
-    run.buffer = plan.buffer;
+    run.buffer = plan.memory;
     run.fileOffset = plan.offset;
     run.headOffset = static_cast<std::uint32_t>(plan.offset & BlockMask);
     run.firstBlock = run.endBlock = BlockNumber(plan.offset);
     run.length = 0;
-    std::uint32_t inBlock = std::min(CacheBlockSize - run.headOffset, plan.remaining);
+    std::uint32_t inBlock = std::min(CacheBlockSize - run.headOffset, plan.length);
     do {
         run.length += inBlock;
         plan.Advance(inBlock);
         ++run.endBlock;
-        run.tailLength = plan.remaining == 0 ? inBlock & BlockMask : 0;
-        inBlock = std::min(CacheBlockSize, plan.remaining);
-    } while (plan.remaining > 0 && !FindBlock(plan.file.blocks, run.endBlock));
+        run.tailLength = plan.length == 0 ? inBlock & BlockMask : 0;
+        inBlock = std::min(CacheBlockSize, plan.length);
+    } while (plan.length > 0 && !FindBlock(plan.file.blocks, run.endBlock));
 }
 
 // Copies what is cached and records the rest. A transfer of no bytes inside a block takes part as
 // a run of length 0, which caches that block.
 void MakePlan(Plan& plan) {
     bool inside = (plan.offset & BlockMask) != 0;
-    while (plan.remaining > 0 || inside) {
+    while (plan.length > 0 || inside) {
         const auto inBlock = static_cast<std::uint32_t>(plan.offset & BlockMask);
         if (CacheBlock* block = FindBlock(plan.file.blocks, BlockNumber(plan.offset))) {
-            CopyCached(plan, *block, inBlock, std::min(CacheBlockSize - inBlock, plan.remaining));
+            CopyCached(plan, *block, inBlock, std::min(CacheBlockSize - inBlock, plan.length));
         } else {
             PlanUncachedRun(plan);
         }
@@ -151,41 +143,28 @@ FatStatus ReadWholeBlocks(const CFatFile& file, std::uint64_t offset, std::uint3
     return status;
 }
 
-// What is left of an uncached run.
-struct RunRemainder {
-    std::uint64_t offset;
-    std::uint32_t length;
-    std::uint8_t* buffer;
-
-    void Advance(std::uint32_t bytes) {
-        offset += bytes;
-        length -= bytes;
-        buffer += bytes;
-    }
-};
-
 // A block at either end of a run, which the run covers in part: filled first, then copied.
-FatStatus TransferPart(CFatFile& file, RunRemainder& rest, std::uint32_t length,
+FatStatus TransferPart(CFatFile& file, RemainingTransfer& rest, std::uint32_t length,
                        std::uint64_t limit, Direction direction) {
     const auto inBlock = static_cast<std::uint32_t>(rest.offset & BlockMask);
     CacheBlock* block = nullptr;
     const FatStatus status =
         CacheFilledBlock(file, rest.offset - inBlock, limit, direction, &block);
     if (Succeeded(status)) {
-        CopyBlock(direction, *block, inBlock, rest.buffer, length);
+        CopyBlock(direction, *block, inBlock, rest.memory, length);
         rest.Advance(length);
     }
     return status;
 }
 
-FatStatus TransferWholeBlocks(CFatFile& file, RunRemainder& rest, std::uint32_t tailLength,
+FatStatus TransferWholeBlocks(CFatFile& file, RemainingTransfer& rest, std::uint32_t tailLength,
                               Direction direction) {
     FatStatus status = STATUS_SUCCESS;
     if (direction == Direction::Read && rest.length > tailLength) {
-        status = ReadWholeBlocks(file, rest.offset, rest.length - tailLength, rest.buffer);
+        status = ReadWholeBlocks(file, rest.offset, rest.length - tailLength, rest.memory);
     }
     while (Succeeded(status) && rest.length > tailLength) {
-        status = CacheWholeBlock(file, rest.offset, direction, rest.buffer);
+        status = CacheWholeBlock(file, rest.offset, direction, rest.memory);
         rest.Advance(CacheBlockSize);
     }
     return status;
@@ -193,7 +172,7 @@ FatStatus TransferWholeBlocks(CFatFile& file, RunRemainder& rest, std::uint32_t 
 
 FatStatus TransferUncachedRun(CFatFile& file, const TransferRun& run, std::uint64_t limit,
                               Direction direction) {
-    RunRemainder rest{run.fileOffset, run.length, run.buffer};
+    RemainingTransfer rest{run.fileOffset, run.length, run.buffer};
     FatStatus status = STATUS_SUCCESS;
     if (run.headOffset != 0) {
         status = TransferPart(file, rest, std::min(CacheBlockSize - run.headOffset, run.length),
@@ -228,7 +207,7 @@ FatStatus TransferFileData(Plan plan, std::uint64_t limit, std::uint32_t* transf
 FatStatus ReadFileData(CFatFile& file, std::uint64_t offset, std::uint32_t length, void* buffer,
                        std::uint32_t* transferred, std::uint64_t limit) {
     return TransferFileData(
-        {file, Direction::Read, offset, length, static_cast<std::uint8_t*>(buffer)}, limit,
+        {{offset, length, static_cast<std::uint8_t*>(buffer)}, file, Direction::Read}, limit,
         transferred);
 }
 
@@ -240,7 +219,7 @@ FatStatus WriteFileData(CFatFile& file, std::uint64_t offset, std::uint32_t leng
     }
     // Writing only reads the caller's memory.
     auto* memory = const_cast<std::uint8_t*>(static_cast<const std::uint8_t*>(buffer));
-    return TransferFileData({file, Direction::Write, offset, length, memory}, limit, transferred);
+    return TransferFileData({{offset, length, memory}, file, Direction::Write}, limit, transferred);
 }
 
 }  // namespace fatvol

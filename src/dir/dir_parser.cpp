@@ -59,6 +59,13 @@ FatStatus ReadNextEntry(Parser& parser) {
     return ReadEntry(parser);
 }
 
+// Reads the next entry of a run; `*atEndMark` tells that the directory ends there.
+FatStatus ReadRunEntry(Parser& parser, bool* atEndMark) {
+    const FatStatus status = ReadNextEntry(parser);
+    *atEndMark = Succeeded(status) && parser.FirstByte() == EndMark;
+    return status;
+}
+
 void MarkUsed(const Parser& parser) {
     SetBits(parser.listing.slots, parser.slot, 1);
 }
@@ -104,13 +111,9 @@ bool StartLongName(const Parser& parser, LongName& name) {
 // the run ends the parse.
 FatStatus CollectLongName(Parser& parser, LongName& name, RunEnd* end, bool* atEndMark) {
     for (std::uint32_t sequence = name.entryCount - 1; sequence > 0;) {
-        const FatStatus status = ReadNextEntry(parser);
-        if (Failed(status)) {
+        const FatStatus status = ReadRunEntry(parser, atEndMark);
+        if (Failed(status) || *atEndMark) {
             return status;
-        }
-        if (parser.FirstByte() == EndMark) {
-            *atEndMark = true;
-            return STATUS_SUCCESS;
         }
         if (parser.FirstByte() == DeletedMark) {
             continue;
@@ -131,13 +134,9 @@ FatStatus CollectLongName(Parser& parser, LongName& name, RunEnd* end, bool* atE
 
 // Reads the short entry that the collected name belongs to and makes the item.
 FatStatus FinishLongName(Parser& parser, const LongName& name, RunEnd* end, bool* atEndMark) {
-    const FatStatus status = ReadNextEntry(parser);
-    if (Failed(status)) {
+    const FatStatus status = ReadRunEntry(parser, atEndMark);
+    if (Failed(status) || *atEndMark) {
         return status;
-    }
-    if (parser.FirstByte() == EndMark) {
-        *atEndMark = true;
-        return STATUS_SUCCESS;
     }
     if (parser.FirstByte() == DeletedMark) {
         return STATUS_SUCCESS;

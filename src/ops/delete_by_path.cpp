@@ -10,13 +10,10 @@ namespace fatvol {
 FatStatus DeleteByPath(FatVolume& volume, const char16_t* path) {
     PathKeys keys;
     MakePathKeys(path, &keys);
-    CFatFile* open = TouchCached(volume, keys);
-    if (open && IsInUse(*open)) {
-        return STATUS_FILE_INVALID;
-    }
     PathEntry entry;
-    FatStatus status = FindEntry(volume, keys, open, &entry);
-    if (Succeeded(status) && !entry.object) {
+    FatStatus status = FindUnusedEntry(volume, keys, &entry);
+    const bool isCached = static_cast<bool>(entry.object);
+    if (Succeeded(status) && !isCached) {
         status = OpenItem(volume, *entry.parent.item, &entry.object);
     }
     if (Failed(status)) {
@@ -27,7 +24,7 @@ FatStatus DeleteByPath(FatVolume& volume, const char16_t* path) {
         return STATUS_FILE_INVALID;
     }
     status = DeleteFileEntry(*entry.parent.directory, object, *entry.parent.item);
-    if (Succeeded(status) && open) {
+    if (Succeeded(status) && isCached) {
         RemoveOpenObject(volume.openObjects, object);
     }
     return status;

@@ -120,12 +120,8 @@ FatStatus MoveByPath(FatVolume& volume, const char16_t* path, const char16_t* de
     }
     PathKeys keys;
     MakePathKeys(path, &keys);
-    CFatFile* open = TouchCached(volume, keys);
-    if (open && IsInUse(*open)) {
-        return STATUS_FILE_INVALID;
-    }
     PathEntry entry;
-    status = FindEntry(volume, keys, open, &entry);
+    status = FindUnusedEntry(volume, keys, &entry);
     Rekeying rekeying;
     if (Succeeded(status)) {
         status = rekeying.Prepare(volume, path, TargetPath(destination, name).View());

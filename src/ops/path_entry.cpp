@@ -20,4 +20,9 @@ FatStatus FindEntry(FatVolume& volume, const PathKeys& keys, CFatFile* open, Pat
     return FindParentEntry(*open, &entry->parent);
 }
 
+FatStatus FindUnusedEntry(FatVolume& volume, const PathKeys& keys, PathEntry* entry) {
+    CFatFile* open = TouchCached(volume, keys);
+    return open && IsInUse(*open) ? STATUS_FILE_INVALID : FindEntry(volume, keys, open, entry);
+}
+
 }  // namespace fatvol

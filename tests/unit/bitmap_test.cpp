@@ -35,11 +35,11 @@ uint32_t ExpectedRun(const Model& model, uint32_t count, uint32_t hint) {
 }
 
 TEST(Bitmap, AgreesWithPlainTruthValues) {
-    for (uint32_t seed = 0; seed < 30000; ++seed) {
-        SCOPED_TRACE(seed);
-        Rng rng(seed);
+    for (uint32_t sequence = 0; sequence < 30000; ++sequence) {
+        SCOPED_TRACE(sequence);
+        Rng rng(sequence);
         const auto below = [&](uint64_t n) { return static_cast<uint32_t>(Below(rng, n)); };
-        const uint32_t bitCount = 1 + below(seed % 4 == 0 ? 700 : 70);
+        const uint32_t bitCount = 1 + below(sequence % 4 == 0 ? 700 : 70);
         Bitmap bitmap{std::make_unique<uint8_t[]>(BitmapAllocation(bitCount)), bitCount,
                       (bitCount + 7) / 8};
         Model model(bitCount);

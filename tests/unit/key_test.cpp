@@ -28,18 +28,19 @@ NameKey KeyByDefinition(const std::u16string& upcased) {
 }
 
 TEST(NameKey, FollowsItsDefinitionForEveryPrefixInAnyCase) {
-    for (uint32_t seed = 0; seed < 200; ++seed) {
-        Rng rng(seed);
+    for (uint32_t sequence = 0; sequence < 200; ++sequence) {
+        Rng rng(sequence);
         std::u16string upcased, name;
         NameHasher hasher;
         for (uint64_t length = Below(rng, 400); name.size() < length;) {
-            ASSERT_EQ(hasher.Key(), KeyByDefinition(upcased)) << seed;
-            const auto unit = static_cast<char16_t>(1 + Below(rng, seed % 2 == 0 ? 0x7F : 0xFFFF));
+            ASSERT_EQ(hasher.Key(), KeyByDefinition(upcased)) << sequence;
+            const auto unit =
+                static_cast<char16_t>(1 + Below(rng, sequence % 2 == 0 ? 0x7F : 0xFFFF));
             upcased += UpcaseUnit(unit);
             name += Below(rng, 2) == 0 ? unit : upcased.back();
             hasher.Add(upcased.back());
         }
-        ASSERT_EQ(MakeNameKey(name.c_str()), KeyByDefinition(upcased)) << seed;
+        ASSERT_EQ(MakeNameKey(name.c_str()), KeyByDefinition(upcased)) << sequence;
     }
 }
 

@@ -63,21 +63,21 @@ void ExpectHolds(const ClusterRunList& list, const Clusters& model) {
 TEST(RunList, AgreesWithAPlainList) {
     const auto pool = CreatePool(PooledRunCapacity * sizeof(ClusterRun));
     RunArrayPool = pool.get();
-    for (uint32_t seed = 0; seed < 60; ++seed) {
-        SCOPED_TRACE(seed);
-        Rng rng(seed);
+    for (uint32_t sequence = 0; sequence < 60; ++sequence) {
+        SCOPED_TRACE(sequence);
+        Rng rng(sequence);
         const auto below = [&](uint64_t n) { return static_cast<uint32_t>(Below(rng, n)); };
         ClusterRunList list, removed;
         ASSERT_TRUE(Succeeded(Init(list)) && Succeeded(Init(removed)));
         Clusters model, removedModel;
         // The first list outgrows the doubling of its array, and then only shrinks.
-        const int steps = seed == 0 ? 8000 : 250;
+        const int steps = sequence == 0 ? 8000 : 250;
         for (int i = 0; i < steps; ++i) {
             uint32_t capacity = list.capacity;
             const auto total = static_cast<uint32_t>(model.size());
             ASSERT_EQ(RemoveTail(list, removed, total + 1), STATUS_INVALID_PARAMETER);
             ASSERT_EQ(MapRange(list, total, total, 5), STATUS_DISK_CORRUPT_ERROR);
-            const uint32_t chance = seed == 0 ? i < 7000 ? 100 : 0 : i % 100 < 70 ? 95 : 20;
+            const uint32_t chance = sequence == 0 ? i < 7000 ? 100 : 0 : i % 100 < 70 ? 95 : 20;
             if (total == 0 || below(100) < chance) {
                 const uint32_t start = total + below(10) / 9 * below(4), end = start + 1 + below(4);
                 const bool goesOn = start == total && total > 0 && model.back() != RUN_UNMAPPED;
