@@ -265,11 +265,12 @@ FATVOL_API bool Fat_CreateDir(const char16_t* path, unsigned char attributes) no
 FATVOL_API bool Fat_DeleteFile(const char16_t* path) noexcept;
 
 // Renames an entry within its directory to the last component of `newPath`, whose other components
-// are ignored. The new name must not exist there in any letter case. Handles follow.
+// are ignored. The new name must not exist there in any letter case. Handles follow. Refused when
+// the path of anything open below would grow beyond 259 units; what is not open is not looked at.
 FATVOL_API bool Fat_RenameFile(const char16_t* path, const char16_t* newPath) noexcept;
 
-// Moves an entry to the directory `destination`, null for the root. True without doing anything
-// when it is there already.
+// Moves an entry to the directory `destination`, null for the root. True without doing or checking
+// anything when the paths say that it is there already. Refused for long paths like a rename.
 FATVOL_API bool Fat_MoveFile(const char16_t* path, const char16_t* destination) noexcept;
 
 // ---- Enumerating directories ------------------------------------------------------------------

@@ -106,8 +106,11 @@ void ReleaseClusters(ClusterBitmap& bitmap, std::uint32_t first, std::uint32_t c
     }
     count = std::min(count, bitmap.lastLinkable + 1 - first);
     bitmap.hint = std::min(bitmap.hint, first);
+    for (std::uint32_t cluster = first; cluster < first + count; ++cluster) {
+        // Two files of a damaged volume may give the same cluster back.
+        bitmap.freeCount += IsBitSet(bitmap.map, cluster) ? 1u : 0u;
+    }
     ClearBits(bitmap.map, first, count);
-    bitmap.freeCount += count;
 }
 
 bool IsSound(const ClusterBitmap& bitmap) {

@@ -32,7 +32,7 @@ FatStatus BuildClusterBitmap(FatVolume& volume);
 // Marks `count` free clusters from `first` on as used. The caller moves the hint.
 void TakeClusters(ClusterBitmap& bitmap, std::uint32_t first, std::uint32_t count);
 
-// Marks `count` used clusters from `first` on as free and lowers the hint to them. Those above
+// Marks `count` clusters from `first` on as free and lowers the hint to them. Those above
 // lastLinkable stay as they are.
 void ReleaseClusters(ClusterBitmap& bitmap, std::uint32_t first, std::uint32_t count);
 

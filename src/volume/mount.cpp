@@ -78,9 +78,7 @@ std::unique_ptr<FatVolume> MountStorage(std::unique_ptr<CFatStorage> storage, vo
 }
 
 void AbandonVolume(FatVolume& volume) {
-    while (IsLinked(volume.liveObjects)) {
-        Detach(static_cast<CFatFile&>(*volume.liveObjects.next), DirtyBlocks::Discard);
-    }
+    DetachObjects(volume, DirtyBlocks::Discard);
     EmptyOpenObjectCache(volume.openObjects);
     if (volume.rootDirectory) {
         Release(*std::exchange(volume.rootDirectory, nullptr));

@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "data/block_cache.h"
 #include "storage/fat_status.h"
 
 class CFatStorage;
@@ -30,6 +31,9 @@ FatStatus UnmountVolume(FatVolume& volume);
 // second FAT. False when something could not be written, which stays pending, or was lost before. A
 // FAT that cannot be written keeps the directories back, whose entries must not get ahead of it.
 bool FlushVolume(FatVolume& volume);
+
+// Detaches every object of a volume, whoever holds it, with its dirty blocks written or discarded.
+void DetachObjects(FatVolume& volume, DirtyBlocks dirtyBlocks);
 
 // Frees all that a volume holds without writing anything, and closes the storage.
 void AbandonVolume(FatVolume& volume);

@@ -77,10 +77,14 @@ bool FlushObjects(FatVolume& volume, ObjectKind kind) {
     return allWritten;
 }
 
-// Writes and lets go of the objects that handles still hold.
-void DetachHeldObjects(FatVolume& volume) {
-    while (IsLinked(volume.liveObjects)) {
-        Detach(static_cast<CFatFile&>(*volume.liveObjects.next), DirtyBlocks::WriteBack);
+void DiscardDirectories(FatVolume& volume) {
+    auto* link = volume.liveObjects.next;
+    while (link != &volume.liveObjects) {
+        auto& object = static_cast<CFatFile&>(*link);
+        link = link->next;
+        if (IsDirectory(object)) {
+            Detach(object, DirtyBlocks::Discard);
+        }
     }
 }
 
@@ -101,6 +105,12 @@ bool FlushVolume(FatVolume& volume) {
     return filesWritten && directoriesWritten && !volume.lostWriteBack;
 }
 
+void DetachObjects(FatVolume& volume, DirtyBlocks dirtyBlocks) {
+    while (IsLinked(volume.liveObjects)) {
+        Detach(static_cast<CFatFile&>(*volume.liveObjects.next), dirtyBlocks);
+    }
+}
+
 FatStatus UnmountVolume(FatVolume& volume) {
     if (volume.state == VolumeState::Mounted) {
         // Its counts are hints that nobody has to believe.
@@ -111,13 +121,16 @@ FatStatus UnmountVolume(FatVolume& volume) {
             return status;
         }
     }
-    if (!volume.lostFatBlock) {
-        // The first FAT is complete, so a copy that fails takes nothing away. An incomplete one
-        // must not replace the second, which is whole though older.
+    if (volume.lostFatBlock) {
+        // The FAT on the volume is incomplete: the second one, whole though older, must not be
+        // replaced by it, and new directories would not fit either of them.
+        DiscardDirectories(volume);
+    } else {
+        // The first FAT is complete, so a copy that fails takes nothing away.
         (void)CopyFatToSecond(volume);
     }
     EmptyOpenObjectCache(volume.openObjects);
-    DetachHeldObjects(volume);
+    DetachObjects(volume, DirtyBlocks::WriteBack);
     CloseStorage(*volume.storage);
     return STATUS_SUCCESS;
 }

@@ -2,8 +2,6 @@
 
 namespace tool {
 
-namespace {
-
 std::u16string FoldAscii(std::u16string_view text) {
     std::u16string name(text);
     for (char16_t& unit : name) {
@@ -13,8 +11,6 @@ std::u16string FoldAscii(std::u16string_view text) {
     }
     return name;
 }
-
-}  // namespace
 
 Entry EntryFromInfo(const FatFileInfo& info) {
     Entry entry;
@@ -26,6 +22,19 @@ Entry EntryFromInfo(const FatFileInfo& info) {
     entry.accessed = VolumeTimeFromHalves(info.lastAccessTimeLow, info.lastAccessTimeHigh);
     entry.modified = VolumeTimeFromHalves(info.lastWriteTimeLow, info.lastWriteTimeHigh);
     return entry;
+}
+
+FatFileInfo InfoFromEntry(const Entry& entry) {
+    const auto store = [](VolumeTime time, unsigned int* low, unsigned int* high) {
+        *low = static_cast<unsigned int>(time);
+        *high = static_cast<unsigned int>(time >> 32);
+    };
+    FatFileInfo info{};
+    info.attributes = entry.attributes;
+    store(entry.created, &info.creationTimeLow, &info.creationTimeHigh);
+    store(entry.accessed, &info.lastAccessTimeLow, &info.lastAccessTimeHigh);
+    store(entry.modified, &info.lastWriteTimeLow, &info.lastWriteTimeHigh);
+    return info;
 }
 
 bool IsDotEntry(const Entry& entry) {

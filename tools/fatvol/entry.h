@@ -49,11 +49,17 @@ std::u16string NameInField(const char16_t (&field)[capacity]) {
 // `info` must have been zero before the library filled it.
 Entry EntryFromInfo(const FatFileInfo& info);
 
+// Attributes and times for the library to set; it takes nothing else from the record.
+FatFileInfo InfoFromEntry(const Entry& entry);
+
 // Whether this is one of the entries "." and "..".
 bool IsDotEntry(const Entry& entry);
 
 // Alphabetical order for the eye: ASCII letters without case first, then by unit.
 bool NameComesBefore(const Entry& left, const Entry& right);
+
+// The name with the small letters of ASCII made capital ones.
+std::u16string FoldAscii(std::u16string_view text);
 
 // Whether two names differ in nothing but the case of ASCII letters.
 bool IsSameName(std::u16string_view left, std::u16string_view right);

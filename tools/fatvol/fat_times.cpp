@@ -2,13 +2,21 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
+#include <iomanip>
+#include <locale>
+#include <sstream>
 
 namespace tool {
 
 namespace {
 
 constexpr VolumeTime kUnitsPerSecond = 10'000'000;
+
+// What the seven bits of a volume's year can hold.
+constexpr std::chrono::year kFirstYear{1980};
+constexpr std::chrono::year kLastYear{2107};
 
 struct CalendarTime {
     std::chrono::year_month_day date;
@@ -33,6 +41,59 @@ std::string DateText(const std::chrono::year_month_day& date) {
 
 VolumeTime VolumeTimeFromHalves(unsigned int low, unsigned int high) {
     return static_cast<VolumeTime>(static_cast<std::uint64_t>(high) << 32 | low);
+}
+
+namespace {
+
+VolumeTime VolumeTimeFromCalendar(const CalendarTime& time) {
+    using namespace std::chrono;
+    constexpr sys_days kEpoch = year{1601} / January / 1;
+    const seconds count = sys_days(time.date) - kEpoch + time.clock.to_duration();
+    return static_cast<VolumeTime>(count.count() / 2 * 2) * kUnitsPerSecond;
+}
+
+CalendarTime CalendarOf(const std::tm& fields) {
+    using namespace std::chrono;
+    return {year(fields.tm_year + 1900) / month(static_cast<unsigned int>(fields.tm_mon + 1)) /
+                day(static_cast<unsigned int>(fields.tm_mday)),
+            // A leap second is no time of a volume.
+            hh_mm_ss<seconds>(hours(fields.tm_hour) + minutes(fields.tm_min) +
+                              seconds(std::min(fields.tm_sec, 59)))};
+}
+
+}  // namespace
+
+VolumeTime VolumeTimeFromInstant(std::time_t instant) {
+    using namespace std::chrono;
+    constexpr CalendarTime kFirst = {kFirstYear / January / 1, hh_mm_ss<seconds>(0s)};
+    constexpr CalendarTime kLast = {kLastYear / December / 31, hh_mm_ss<seconds>(24h - 2s)};
+    const std::tm* const fields = std::localtime(&instant);
+    if (fields == nullptr) {
+        return VolumeTimeFromCalendar(instant < 0 ? kFirst : kLast);
+    }
+    return std::clamp(VolumeTimeFromCalendar(CalendarOf(*fields)), VolumeTimeFromCalendar(kFirst),
+                      VolumeTimeFromCalendar(kLast));
+}
+
+VolumeTime CurrentVolumeTime() {
+    return VolumeTimeFromInstant(std::time(nullptr));
+}
+
+std::optional<VolumeTime> ParseTime(const std::string& text) {
+    for (const char* format : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%d"}) {
+        std::istringstream stream(text);
+        stream.imbue(std::locale::classic());
+        std::tm fields{};
+        stream >> std::get_time(&fields, format);
+        if (stream.fail() || stream.peek() != std::istringstream::traits_type::eof()) {
+            continue;
+        }
+        const CalendarTime time = CalendarOf(fields);
+        if (time.date.ok() && time.date.year() >= kFirstYear && time.date.year() <= kLastYear) {
+            return VolumeTimeFromCalendar(time);
+        }
+    }
+    return std::nullopt;
 }
 
 std::string FormatTime(VolumeTime time) {

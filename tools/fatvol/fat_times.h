@@ -16,6 +16,16 @@ constexpr VolumeTime kNoTime = 0;
 
 VolumeTime VolumeTimeFromHalves(unsigned int low, unsigned int high);
 
+// The time that clocks of the local time zone show at an instant, as far as a volume can hold it:
+// cut to even seconds, and to the years 1980 to 2107.
+VolumeTime VolumeTimeFromInstant(std::time_t instant);
+
+VolumeTime CurrentVolumeTime();
+
+// "2024-05-31 14:30" with or without seconds, or a date alone. Nothing for any other text and for
+// years that a volume cannot hold.
+std::optional<VolumeTime> ParseTime(const std::string& text);
+
 // "2024-05-31 14:30:00", and its date alone; "-" for no time.
 std::string FormatTime(VolumeTime time);
 std::string FormatDate(VolumeTime time);

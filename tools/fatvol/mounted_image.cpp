@@ -1,5 +1,6 @@
 #include "mounted_image.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "report.h"
@@ -9,7 +10,8 @@ namespace tool {
 MountedImage::MountedImage(const std::string& imagePath, platform::ImageAccess access)
     : access_(access) {
     // The library owns the storage object from the call on, whatever becomes of the mount.
-    volume_ = Fat_Mount(new FileStorage(imagePath, access, &record_), nullptr);
+    storage_ = new FileStorage(imagePath, access, &record_);
+    volume_ = Fat_Mount(storage_, nullptr);
     if (volume_ == nullptr) {
         throw Failure{"", WhyNotMounted()};
     }
@@ -47,6 +49,23 @@ FatVolumeInfo MountedImage::Info() const {
         throw Failure{"", "the volume cannot be described"};
     }
     return info;
+}
+
+void MountedImage::Flush() {
+    ForgetTrouble();
+    if (!Fat_FlushVolume(volume_)) {
+        throw Failure{"",
+                      "not everything reached the image: " + CauseOr("an earlier write failed")};
+    }
+}
+
+unsigned int MountedImage::FixedRootSlots() const {
+    constexpr unsigned int kSlotBytes = 32;
+    const unsigned char* const rootEntryCount = storage_->DbrBuffer + 17;  // two bytes
+    const unsigned int slots = rootEntryCount[0] | static_cast<unsigned int>(rootEntryCount[1])
+                                                       << 8;
+    const unsigned int perSector = std::max(storage_->BytesPerSector / kSlotBytes, 1U);
+    return Info().fatType == 32 ? 0 : (slots + perSector - 1) / perSector * perSector;
 }
 
 std::string MountedImage::CauseOr(const std::string& fallback) {

@@ -33,6 +33,12 @@ public:
     // Throws Failure.
     FatVolumeInfo Info() const;
 
+    // Writes what is pending. Throws Failure when not all of it reached the image.
+    void Flush();
+
+    // How many entries the root directory has room for; 0 when it grows like any other (FAT32).
+    unsigned int FixedRootSlots() const;
+
     // To call before an operation: what failed in the storage earlier is no cause of it.
     void ForgetTrouble() { record_.trouble.clear(); }
 
@@ -44,6 +50,7 @@ private:
 
     const platform::ImageAccess access_;
     StorageRecord record_;
+    FileStorage* storage_ = nullptr;  // the library's, as long as the volume is mounted
     FatVolume* volume_ = nullptr;
 };
 

@@ -1,9 +1,13 @@
 #include "open_file.h"
 
+#include <algorithm>
 #include <memory>
+#include <vector>
 
 #include "listing.h"
+#include "platform.h"
 #include "report.h"
+#include "space_budget.h"
 #include "volume_path.h"
 
 namespace tool {
@@ -19,7 +23,7 @@ std::string WhyNotOpened(const std::u16string& path) {
         return "is the root directory";
     }
     if (path.size() > kMaxPathUnits) {
-        return "the path is too long: FAT paths end at 259 characters";
+        return kPathTooLong;
     }
     if (!IsAddressable(LastName(path))) {
         return kNoPathForName;
@@ -99,8 +103,80 @@ void OpenFile::ReadToEnd(const Consume& consume) {
     }
 }
 
+void OpenFile::SetAttributes(const Entry& entry) {
+    const FatFileInfo info = InfoFromEntry(entry);
+    image_.ForgetTrouble();
+    if (!Fat_SetFileAttribute(handle_, &info)) {
+        Fail(image_.CauseOr("its attributes cannot be set"));
+    }
+}
+
+void OpenFile::Resize(std::uint32_t sizeBytes) {
+    const std::uint32_t oldBytes = Info().sizeBytes;
+    image_.ForgetTrouble();
+    if (!Fat_SetFileSize(handle_, sizeBytes)) {
+        const std::string trouble = image_.CauseOr("");
+        SpaceBudget budget(image_);
+        budget.RemoveFile(oldBytes);
+        budget.AddFile(sizeBytes);
+        Fail(trouble.empty() ? budget.ShortageOr("its size cannot be changed: damaged") : trouble);
+    }
+    try {
+        WriteZeros(oldBytes, sizeBytes);
+    } catch (const Failure&) {
+        // To make a file shorter takes nothing that could be missing.
+        Fat_SetFileSize(handle_, oldBytes);
+        throw;
+    }
+}
+
+void OpenFile::WriteZeros(std::uint32_t startBytes, std::uint32_t endBytes) {
+    const std::vector<unsigned char> zeros(startBytes < endBytes ? kCopyBytes : 0);
+    unsigned int done = 0;
+    for (std::uint64_t at = startBytes; at < endBytes; at += done) {
+        const auto count =
+            static_cast<unsigned int>(std::min<std::uint64_t>(kCopyBytes, endBytes - at));
+        image_.ForgetTrouble();
+        if (platform::Interrupted()) {
+            Fail("left as it was");
+        }
+        if (!Fat_WriteFileEx(handle_, static_cast<long long>(at), count, zeros.data(), &done) ||
+            done == 0) {
+            Fail(image_.CauseOr("cannot be written"));
+        }
+    }
+}
+
 void OpenFile::Fail(const std::string& cause) const {
     throw Failure{DisplayPath(path_), cause};
+}
+
+std::optional<Entry> FindEntry(MountedImage& image, const std::u16string& path) {
+    if (path.empty()) {
+        Entry root;
+        root.attributes = kDirectory;
+        return root;
+    }
+    image.ForgetTrouble();
+    const int handle = Fat_OpenFile(path.c_str());
+    if (handle < 0) {
+        if (const std::string trouble = image.CauseOr(""); !trouble.empty()) {
+            throw Failure{DisplayPath(path), trouble};
+        }
+        return std::nullopt;
+    }
+    FatFileInfo info{};
+    Fat_GetFileAttribute(handle, &info);
+    Fat_CloseFile(handle);
+    return EntryFromInfo(info);
+}
+
+std::u16string SpelledPath(MountedImage& image, const std::u16string& path) {
+    if (path.empty()) {
+        return path;
+    }
+    const std::u16string name = OpenFile(image, path).Info().Name();
+    return JoinPath(SpelledPath(image, ParentPath(path)), name);
 }
 
 }  // namespace tool

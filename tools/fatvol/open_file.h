@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "entry.h"
@@ -35,12 +37,27 @@ public:
     // Reads up to `count` bytes; fewer only at the end.
     std::size_t Read(void* buffer, unsigned int count);
 
+    // Sets attributes and times to those of `entry`.
+    void SetAttributes(const Entry& entry);
+
+    // Makes the file longer, with zeros, or shorter. When it fails, or is interrupted, the size is
+    // the old one.
+    void Resize(std::uint32_t sizeBytes);
+
 private:
+    void WriteZeros(std::uint32_t startBytes, std::uint32_t endBytes);
     [[noreturn]] void Fail(const std::string& cause) const;
 
     MountedImage& image_;
     const std::u16string path_;
     int handle_ = -1;
 };
+
+// The entry at a path, nothing when it leads to none; the root is a directory without a name.
+// Throws Failure when the storage fails.
+std::optional<Entry> FindEntry(MountedImage& image, const std::u16string& path);
+
+// An existing path in the letters of the volume, so that two ways of writing it compare equal.
+std::u16string SpelledPath(MountedImage& image, const std::u16string& path);
 
 }  // namespace tool

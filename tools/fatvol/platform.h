@@ -78,6 +78,40 @@ std::string JoinLocalPath(const std::string& directory, const std::string& name)
 // Whether `name` is one component that names something new inside a directory, and nothing else.
 bool IsSafeLocalName(const std::string& name);
 
+enum class LocalKind { File, Directory, SymbolicLink, Other };
+
+struct LocalStatus {
+    LocalKind kind = LocalKind::Other;
+    std::uint64_t sizeBytes = 0;
+    std::time_t modified = 0;
+};
+
+// What stands at `path`. A symbolic link is looked through only when `links` says so.
+enum class Links { Follow, Keep };
+int ReadLocalStatus(const std::string& path, Links links, LocalStatus* status);
+
+// The names in a directory, sorted, without "." and "..".
+int ListLocalDirectory(const std::string& path, std::vector<std::string>* names);
+
+// A local file, or standard input, to be read.
+class LocalInput {
+public:
+    LocalInput() = default;
+    LocalInput(const LocalInput&) = delete;
+    LocalInput& operator=(const LocalInput&) = delete;
+    ~LocalInput();
+
+    int Open(const std::string& path);
+    void OpenStandardInput();
+
+    // Reads up to `count` bytes; fewer only at the end, or when the process is interrupted.
+    int Read(void* buffer, std::size_t count, std::size_t* done);
+
+private:
+    std::intptr_t handle_ = -1;
+    bool isOwned_ = false;
+};
+
 // A new local file. Unless Commit succeeds, the destructor leaves the directory as it was.
 class LocalFile {
 public:

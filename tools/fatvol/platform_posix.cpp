@@ -1,3 +1,4 @@
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -195,6 +197,85 @@ bool IsSafeLocalName(const std::string& name) {
 
 bool IsExistsError(int errorCode) {
     return errorCode == EEXIST;
+}
+
+namespace {
+
+LocalKind KindOf(mode_t mode) {
+    if (S_ISLNK(mode)) {
+        return LocalKind::SymbolicLink;
+    }
+    if (S_ISDIR(mode)) {
+        return LocalKind::Directory;
+    }
+    return S_ISREG(mode) ? LocalKind::File : LocalKind::Other;
+}
+
+}  // namespace
+
+int ReadLocalStatus(const std::string& path, Links links, LocalStatus* status) {
+    struct stat found {};
+    const int flags = links == Links::Keep ? AT_SYMLINK_NOFOLLOW : 0;
+    if (fstatat(AT_FDCWD, path.c_str(), &found, flags) < 0) {
+        return errno;
+    }
+    *status = {KindOf(found.st_mode), static_cast<std::uint64_t>(found.st_size), found.st_mtime};
+    return 0;
+}
+
+int ListLocalDirectory(const std::string& path, std::vector<std::string>* names) {
+    struct CloseDirectory {
+        void operator()(DIR* directory) const { closedir(directory); }
+    };
+    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
+    if (!directory) {
+        return errno;
+    }
+    errno = 0;
+    while (const dirent* entry = readdir(directory.get())) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") {
+            names->push_back(name);
+        }
+        errno = 0;
+    }
+    std::sort(names->begin(), names->end());
+    return errno;
+}
+
+// ---- LocalInput -------------------------------------------------------------------------------
+
+LocalInput::~LocalInput() {
+    if (isOwned_) {
+        close(FileOf(handle_));
+    }
+}
+
+int LocalInput::Open(const std::string& path) {
+    handle_ = Retrying([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); });
+    isOwned_ = handle_ >= 0;
+    return isOwned_ ? 0 : errno;
+}
+
+void LocalInput::OpenStandardInput() {
+    handle_ = STDIN_FILENO;
+}
+
+int LocalInput::Read(void* buffer, std::size_t count, std::size_t* done) {
+    auto* target = static_cast<unsigned char*>(buffer);
+    *done = 0;
+    while (*done < count && !Interrupted()) {
+        const ssize_t piece = read(FileOf(handle_), target + *done, count - *done);
+        if (piece == 0) {
+            break;
+        }
+        if (piece > 0) {
+            *done += static_cast<std::size_t>(piece);
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
 }
 
 // ---- LocalFile --------------------------------------------------------------------------------

@@ -48,21 +48,24 @@ void ProgressBar::Hide() {
     }
 }
 
-void ProgressBar::Draw(Clock::time_point now) {
-    const double seconds = std::chrono::duration<double>(now - start_).count();
+std::string ProgressBar::PartText() const {
     const double fraction =
-        totalBytes_ == 0
-            ? 1.0
-            : std::min(1.0, static_cast<double>(doneBytes_) / static_cast<double>(totalBytes_));
+        std::min(1.0, static_cast<double>(doneBytes_) / static_cast<double>(totalBytes_));
     const int columns = platform::TerminalColumns(platform::Stream::Error);
     const auto width = static_cast<std::size_t>(std::clamp(columns - kTextColumns, 5, 60));
     std::string bar(static_cast<std::size_t>(fraction * static_cast<double>(width)), '#');
     bar.resize(width, '.');
+    return fmt::format("{:3.0f} % [{}] {} of {}", fraction * 100, bar, HumanBytes(doneBytes_),
+                       HumanBytes(totalBytes_));
+}
+
+void ProgressBar::Draw(Clock::time_point now) {
+    const double seconds = std::chrono::duration<double>(now - start_).count();
     const auto bytesPerSecond =
         static_cast<std::uint64_t>(static_cast<double>(doneBytes_) / std::max(seconds, 0.001));
     const std::string line =
-        fmt::format("\r{:3.0f} % [{}] {} of {}, {}/s\x1b[K", fraction * 100, bar,
-                    HumanBytes(doneBytes_), HumanBytes(totalBytes_), HumanBytes(bytesPerSecond));
+        fmt::format("\r{}, {}/s\x1b[K", totalBytes_ == 0 ? HumanBytes(doneBytes_) : PartText(),
+                    HumanBytes(bytesPerSecond));
     std::fwrite(line.data(), 1, line.size(), stderr);
     std::fflush(stderr);
     lastDrawn_ = now;

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <string>
 
 namespace tool {
 
@@ -11,7 +12,7 @@ class Report;
 
 class ProgressBar {
 public:
-    // `report` must outlive the bar.
+    // `report` must outlive the bar. A total of 0 is one that is not known.
     ProgressBar(std::uint64_t totalBytes, Report& report);
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
@@ -27,6 +28,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void Draw(Clock::time_point now);
+    std::string PartText() const;
 
     Report& report_;
     const bool isEnabled_;

@@ -38,4 +38,21 @@ int RunOnImage(const std::string& imagePath, platform::ImageAccess access,
     return report.ExitCode();
 }
 
+int ChangeImage(const std::string& imagePath, DryRun dryRun,
+                const std::function<void(MountedImage&, Report&)>& work) {
+    using platform::ImageAccess;
+    platform::CatchInterrupts();
+    return RunOnImage(imagePath,
+                      dryRun == DryRun::Yes ? ImageAccess::ReadOnly : ImageAccess::ReadWrite,
+                      [&](MountedImage& image, Report& report) {
+                          Attempt(report, [&] { work(image, report); });
+                          if (dryRun == DryRun::No) {
+                              image.Flush();
+                          }
+                          if (platform::Interrupted()) {
+                              throw Failure{"", "interrupted"};
+                          }
+                      });
+}
+
 }  // namespace tool

@@ -57,13 +57,64 @@ std::string DisplayPath(std::u16string_view path) {
     return '/' + Utf8FromUtf16(shown);
 }
 
-bool IsAddressable(std::u16string_view name) {
+namespace {
+
+std::string WhyNotAddressable(std::u16string_view name) {
     constexpr std::u16string_view kForbidden = u"\"*/:<>?\\|\x7F";
     const auto isForbidden = [=](char16_t unit) {
         return unit < 0x20 || kForbidden.find(unit) != kForbidden.npos;
     };
-    return !name.empty() && name.front() != u' ' && name.back() != u' ' && name.back() != u'.' &&
-           name.find(u"..") == name.npos && std::none_of(name.begin(), name.end(), isForbidden);
+    if (name.empty()) {
+        return "a name must not be empty";
+    }
+    if (std::any_of(name.begin(), name.end(), isForbidden)) {
+        return "the name holds a character that FAT refuses: \" * / : < > ? \\ | or a control one";
+    }
+    if (name.front() == u' ' || name.back() == u' ' || name.back() == u'.') {
+        return "a space in front and spaces and dots at the end of a name would be cut off";
+    }
+    if (name.find(u"..") != name.npos) {
+        return "no path can hold the two dots in a row of this name";
+    }
+    return "";
+}
+
+}  // namespace
+
+bool IsAddressable(std::u16string_view name) {
+    return WhyNotAddressable(name).empty();
+}
+
+std::string WhyNameRefused(std::u16string_view name) {
+    return name.size() > kMaxNameUnits ? "the name is too long: names end at 255 characters"
+                                       : WhyNotAddressable(name);
+}
+
+std::u16string ChangePathFromArgument(const std::string& argument) {
+    const std::u16string path = VolumePathFromArgument(argument);
+    for (std::u16string rest = path; !rest.empty(); rest = ParentPath(rest)) {
+        if (const std::string why = WhyNotAddressable(LastName(rest)); !why.empty()) {
+            throw Failure{DisplayPath(path), why};
+        }
+    }
+    RequirePathLength(path);
+    return path;
+}
+
+void RequirePathLength(const std::u16string& path) {
+    if (path.size() > kMaxPathUnits) {
+        throw Failure{DisplayPath(path), kPathTooLong};
+    }
+}
+
+bool EndsInSeparator(const std::string& argument) {
+    return argument.size() > 1 && (argument.back() == '/' || argument.back() == '\\');
+}
+
+bool IsWithin(std::u16string_view path, std::u16string_view directory) {
+    return directory.empty() || path == directory ||
+           (path.size() > directory.size() && path.substr(0, directory.size()) == directory &&
+            path[directory.size()] == kSeparator);
 }
 
 }  // namespace tool
