@@ -1,6 +1,8 @@
 // Reads the command line and runs the command. The commands are in command_*.cpp.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdio>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -8,7 +10,9 @@
 #include "platform.h"
 #include "report.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int Run(int argc, char** argv) {
     std::vector<std::string> arguments = tool::platform::PrepareProcess(argc, argv);
     // The parser takes its arguments from the back.
     std::reverse(arguments.begin(), arguments.end());
@@ -30,4 +34,15 @@ int main(int argc, char** argv) {
         return root.exit(error) == 0 ? tool::kExitDone : tool::kExitUsage;
     }
     return action();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& error) {  // memory that is missing while arguments are read
+        std::fprintf(stderr, "fatvol: %s\n", error.what());
+        return tool::kExitFailed;
+    }
 }

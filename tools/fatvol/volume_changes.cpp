@@ -52,8 +52,9 @@ void CreateDirectory(MountedImage& image, const std::u16string& path, unsigned i
 }
 
 void RemoveEntry(MountedImage& image, const std::u16string& path, const Entry& listed) {
-    // Makes sure that the path leads to this entry.
-    OpenFile(image, path, listed);
+    {
+        const OpenFile ledThere(image, path, listed);  // the path may mean another entry
+    }
     image.ForgetTrouble();
     if (!Fat_DeleteFile(path.c_str())) {
         throw Failure{DisplayPath(path),
