@@ -6,7 +6,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 buildPackages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev locales)
 volumePackages=(dosfstools mtools)
-checkPackages=(binutils clang clang-format clang-tidy diffutils "${volumePackages[@]}")
+judgePackages=(p7zip-full "${volumePackages[@]}")
+checkPackages=(binutils clang clang-format clang-tidy diffutils "${judgePackages[@]}")
 
 # mkfs.fat and fsck.fat live where an ordinary user's path does not lead.
 PATH=$PATH:/usr/sbin:/sbin
