@@ -235,7 +235,7 @@ private:
             EXPECT_TRUE(found == tree.end() || TimesOf(found->second.entry) == TimesOf(node.entry))
                 << "times of " << Printable(path);
         }
-        if (Chance(8)) {
+        if (Chance(8) || report.duplicateShortNames > 0) {
             ExpectFsckContent(disk, report.duplicateShortNames);
         }
         return report.freeClusters;
@@ -782,6 +782,11 @@ private:
         EXPECT_TRUE(find.seen.insert(name).second || !find.stable.contains(name))
             << "twice: " << Printable(name);
     }
+    void StartFinds() {
+        for (uint64_t left = Chance(20) ? findHandles : 2; left > 0; --left) {
+            StartFind();
+        }
+    }
     void StartFind() {
         const NodeRef directory = Chance(3) ? nullptr : Pick(true, false);
         const std::set<std::u16string> names = ChildNames(*side, directory);
@@ -837,9 +842,9 @@ const std::vector<Model::Action> Model::actions = {{"create file", &Model::Creat
                                                    {"attributes", &Model::SetAttributes, 1},
                                                    {"resize", &Model::Resize, 3},
                                                    {"use all room", &Model::UseAllRoom, 1},
-                                                   {"open many", &Model::OpenMany, 1},
+                                                   {"open many", &Model::OpenMany, 2},
                                                    {"close many", &Model::CloseMany, 1},
-                                                   {"start find", &Model::StartFind, 3},
+                                                   {"start finds", &Model::StartFinds, 2},
                                                    {"next find", &Model::NextFind, 3},
                                                    {"flush", &Model::Flush, 1},
                                                    {"switch", &Model::Switch, 1},
