@@ -157,12 +157,12 @@ TEST_F(VolumeTest, ListsNoMoreThan65536Slots) {
 
 // Bytes of FAT and directories that are anything: all calls end, and stay within the volume.
 TEST_F(VolumeTest, SurvivesDamage) {
-    for (uint64_t seed = 0; seed < 60; ++seed) {
-        SCOPED_TRACE(seed);
-        Rng rng(seed);
+    for (uint64_t sequence = 0; sequence < 60; ++sequence) {
+        SCOPED_TRACE(sequence);
+        Rng rng(sequence);
         const VolumeLayout layouts[] = {
             {12, 512, 1, 3000, 1, 1}, {16, 256, 4, 5000}, {32, 512, 2, 4000}};
-        ImageBuilder builder(layouts[seed % 3]);
+        ImageBuilder builder(layouts[sequence % 3]);
         FillRandomTree(builder, rng, 60, 30000);
         std::vector<std::pair<uint64_t, uint64_t>> ranges = {
             {builder.geometry.FatPosition(0), 2000}, {builder.SlotPosition(builder.root, 0), 512}};
