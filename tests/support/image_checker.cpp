@@ -26,6 +26,7 @@ struct LongRun {
     uint32_t missing = 0;
     uint8_t checksum = 0;
     std::u16string units;
+    std::vector<uint64_t> slots;  // their positions
 };
 
 struct Walker {
@@ -38,6 +39,7 @@ struct Walker {
     std::vector<Visit> pending = {};
     // Of the directory being visited:
     std::u16string directory = {};
+    uint64_t slotPosition = 0;
     LongRun run = {};
     std::set<std::u16string> names = {};
     std::set<std::u16string> shortNames = {};
@@ -160,10 +162,11 @@ struct Walker {
         names.clear();
         shortNames.clear();
         std::vector<uint8_t> data;
+        std::vector<uint32_t> chain;
         if (visit.isRoot && geometry.fatType != 32) {
             data = disk.Read(geometry.rootPosition, geometry.rootBytes);
         } else {
-            const auto chain = FollowChain(visit.firstCluster, maxDirectoryBytes, visit.path);
+            chain = FollowChain(visit.firstCluster, maxDirectoryBytes, visit.path);
             Expect(!chain.empty(), visit.path, "directory without clusters");
             Expect(chain.size() * uint64_t{geometry.clusterBytes} <= maxDirectoryBytes, visit.path,
                    "more than 65536 slots");
@@ -176,6 +179,10 @@ struct Walker {
             at = data[0] != '.' ? 0 : data[32] != '.' ? 32 : 64;
         }
         for (; at < data.size() && data[at] != 0; at += 32) {
+            const uint64_t cluster = geometry.clusterBytes;
+            slotPosition = chain.empty()
+                               ? geometry.rootPosition + at
+                               : geometry.ClusterPosition(chain[at / cluster]) + at % cluster;
             VisitSlot(visit, &data[at]);
         }
         DropRun();
@@ -212,7 +219,7 @@ struct Walker {
         const uint32_t number = slot[0] & 0x3F;
         if ((slot[0] & 0x40) != 0) {
             DropRun();
-            run = {number, number, slot[13], {}};
+            run = {number, number, slot[13], {}, {}};
         }
         if (slot[0] > 0x54 || number == 0 || number != run.missing || slot[13] != run.checksum ||
             slot[12] != 0 || Get16(slot + 26) != 0) {
@@ -221,6 +228,7 @@ struct Walker {
             return;
         }
         --run.missing;
+        run.slots.push_back(slotPosition);
         std::u16string units;
         for (const int offset : {1, 3, 5, 7, 9, 14, 16, 18, 20, 22, 24, 28, 30}) {
             units += static_cast<char16_t>(Get16(slot + offset));
@@ -249,12 +257,16 @@ struct Walker {
     void VisitEntry(const Visit& visit, const uint8_t* slot) {
         TreeNode node{};
         std::copy_n(slot, 32, node.entry.begin());
+        std::vector<uint64_t> slots = run.slots;
+        slots.push_back(slotPosition);
         const std::u16string shortName = DisplayName(slot), longName = TakeLongName(slot);
         const std::u16string name = longName.empty() ? shortName : longName;
         const std::u16string path = JoinPath(directory, name);
         CheckShortName(slot, path);
         Expect(names.insert(FoldAscii(name)).second, path, "name twice");
-        report.duplicateShortNames += !shortNames.insert(shortName).second;
+        if (!shortNames.insert(shortName).second) {
+            report.duplicateShortNames.push_back(std::move(slots));
+        }
         const uint32_t first = node.FirstCluster();
         if (node.IsDirectory()) {
             Expect(node.Size() == 0, path, "directory with a size");
@@ -293,7 +305,7 @@ std::string ImageReport::Text() const {
         text += fault + "\n";
     }
     text += lostClusters == 0 ? "" : std::to_string(lostClusters) + " lost clusters\n";
-    text += duplicateShortNames == 0 ? "" : "short name twice\n";
+    text += duplicateShortNames.empty() ? "" : "short name twice\n";
     text += areFatsDifferent ? "FATs differ\n" : "";
     return text + (isFreeCountWrong ? "FSInfo free count\n" : "");
 }

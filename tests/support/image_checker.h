@@ -8,11 +8,12 @@ namespace fatvol::test {
 struct ImageReport {
     std::vector<std::string> faults;
     // Apart from `faults`, so that a test can tolerate them.
-    uint64_t lostClusters = 0;         // marked in use, in no chain
-    uint64_t duplicateShortNames = 0;  // shown names (long, or short without long) that occur
-                                       // twice in a directory are faults
-    bool areFatsDifferent = false;     // the first two
-    bool isFreeCountWrong = false;     // in FSInfo; unknown is right
+    uint64_t lostClusters = 0;  // marked in use, in no chain
+    // The slots of each entry whose short name was met before in its directory, by position; shown
+    // names (long, or short without long) that occur twice are faults.
+    std::vector<std::vector<uint64_t>> duplicateShortNames;
+    bool areFatsDifferent = false;  // the first two
+    bool isFreeCountWrong = false;  // in FSInfo; unknown is right
 
     uint64_t freeClusters = 0;
     std::string volumeLabel;  // 11 bytes; empty when there is none

@@ -112,19 +112,6 @@ TEST(BootSector, IsAcceptedOrRefused) {
     }
 }
 
-// FAT12 and FAT16 have other things where the fields of FAT32 are.
-TEST(BootSector, GivesItsFieldsByLayout) {
-    Rng rng(1);
-    std::vector<uint8_t> sector = RandomBytes(rng, 512);
-    for (const uint32_t fatSectors : {9U, 0U}) {
-        Put16(&sector[22], fatSectors);
-        const Mpb mpb = MakeMpb(sector.data());
-        EXPECT_EQ(mpb.BPB_FSInfo, fatSectors == 0 ? Get16(&sector[48]) : 0);
-        EXPECT_EQ(mpb.BPB_FATSz32, fatSectors == 0 ? Get32(&sector[36]) : 0);
-        EXPECT_EQ(mpb.BPB_RootClus, fatSectors == 0 ? Get32(&sector[44]) : 0);
-    }
-}
-
 TEST(Geometry, FollowsFromTheRecord) {
     // FATs, sectors per cluster, 16-bit total, root entries, sectors per FAT, bytes per sector,
     // reserved sectors, FSInfo, 32-bit total, sectors per FAT and root cluster of FAT32; then FAT

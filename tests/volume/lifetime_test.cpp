@@ -86,24 +86,6 @@ TEST_F(VolumeTest, FailsWithoutLibraryVolumeOrArguments) {
     EXPECT_FALSE(CanOpen(u"F"));
 }
 
-TEST_F(VolumeTest, HasThirtyTwoFindHandles) {
-    ImageBuilder builder = OneFile('x');
-    const Mounted mounted(builder.disk);
-    FatFileInfo info{};
-    for (int handle = 0; handle < 32; ++handle) {
-        EXPECT_EQ(Fat_FindFirstRootFile(&info), handle);
-        EXPECT_FALSE(Fat_FindNextFile(handle, &info));
-        EXPECT_TRUE(Fat_FindNextFile(handle, &info));  // starts over
-    }
-    for (const int next : {-1, 20, 7}) {
-        EXPECT_EQ(Fat_CloseFindHandle(next), next >= 0);
-        EXPECT_EQ(Fat_FindFirstRootFile(&info), next);
-    }
-    for (int handle = 0; handle < 32; ++handle) {
-        EXPECT_TRUE(Fat_CloseFindHandle(handle));
-    }
-}
-
 TEST_F(VolumeTest, TellsWhatTheEntryHolds) {
     ImageBuilder builder({});
     EntryOptions options;

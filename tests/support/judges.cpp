@@ -1,0 +1,106 @@
+#include "judges.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+namespace fatvol::test {
+
+namespace {
+
+constexpr size_t sampledFiles = 4;
+
+// Gives the entries in `slots`, the short one last, another short name.
+void ReplaceAlias(MemoryDisk& disk, const std::vector<uint64_t>& slots, size_t number) {
+    char name[12];
+    std::snprintf(name, sizeof(name), "DOUBLE%05u", static_cast<unsigned>(number % 100000));
+    const uint8_t checksum = NameChecksum(reinterpret_cast<const uint8_t*>(name));
+    for (size_t i = 0; i + 1 < slots.size(); ++i) {
+        disk.Write(slots[i] + 13, &checksum, 1);
+    }
+    disk.Write(slots.back(), name, 11);
+}
+
+// Runs a program, whose output goes to a file, and gives what it said.
+std::string OutputOf(const std::string& command, const std::string& file) {
+    const std::string line = "PATH=$PATH:/usr/sbin:/sbin; " + command + " >" + file + " 2>&1";
+    EXPECT_EQ(std::system(line.c_str()), 0) << command;
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void ExpectFsckContent(const std::string& image) {
+    const std::string said = OutputOf("fsck.fat -n " + image, image + ".txt");
+    std::istringstream lines(said);
+    for (std::string line; std::getline(lines, line);) {
+        const bool isAccepted = line.empty() || line.starts_with("fsck.fat ") ||
+                                line.starts_with("Free cluster summary uninitialized") ||
+                                line == "Leaving filesystem unchanged." || line.starts_with(image);
+        EXPECT_TRUE(isAccepted) << line;
+    }
+}
+
+// The path in short names; empty when one of them means something to the shell or to mcopy.
+std::string ShortPath(const Tree& tree, const std::u16string& path) {
+    std::string text;
+    for (size_t end = 0; end != path.npos;) {
+        end = path.find(u'\\', end + 1);
+        const auto name = DisplayName(tree.at(path.substr(0, end)).entry.data());
+        text += '/';
+        for (const char16_t unit : name) {
+            const bool isPlain = unit < 0x80 && (std::isalnum(unit) || unit == '~' || unit == '.');
+            if (!isPlain) {
+                return "";
+            }
+            text += static_cast<char>(unit);
+        }
+    }
+    return text;
+}
+
+void ExpectContents(const std::string& image, const Tree& tree) {
+    std::vector<std::pair<std::string, const TreeNode*>> files;
+    for (const auto& [path, node] : tree) {
+        const std::string name = node.content.empty() ? "" : ShortPath(tree, path);
+        if (!name.empty()) {
+            files.emplace_back(name, &node);
+        }
+    }
+    for (size_t i = 0; i < files.size(); i += files.size() / sampledFiles + 1) {
+        const auto& [name, node] = files[i];
+        const std::string command = "mcopy -n -i " + image + " ::" + name + " -";
+        const std::string read = OutputOf(command, image + ".txt");
+        const std::vector<uint8_t> content(read.begin(), read.end());
+        EXPECT_TRUE(content == node->content) << name;
+    }
+}
+
+}  // namespace
+
+void ExpectJudgedSound(const MemoryDisk& disk) {
+    const Geometry geometry = ReadGeometry(disk);
+    const bool isSmallFat32 = geometry.fatType == 32 && geometry.clusterCount < 65525;
+    if (geometry.bytesPerSector < 512 || isSmallFat32) {
+        return;
+    }
+    MemoryDisk copy(disk.sizeBytes, disk.fillByte);
+    copy.Restore(disk.Snapshot());
+    const ImageReport report = CheckImage(disk);
+    for (size_t i = 0; i < report.duplicateShortNames.size(); ++i) {
+        ReplaceAlias(copy, report.duplicateShortNames[i], i);
+    }
+    const std::string image = testing::TempDir() + "fatvol_judged_" + std::to_string(getpid());
+    copy.Save(image);
+    ExpectFsckContent(image);
+    ExpectContents(image, ReadTree(copy));
+    std::remove(image.c_str());
+    std::remove((image + ".txt").c_str());
+}
+
+}  // namespace fatvol::test
