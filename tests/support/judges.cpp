@@ -74,7 +74,9 @@ void ExpectContents(const std::string& image, const Tree& tree) {
     }
     for (size_t i = 0; i < files.size(); i += files.size() / sampledFiles + 1) {
         const auto& [name, node] = files[i];
-        const std::string command = "mcopy -n -i " + image + " ::" + name + " -";
+        // Its own check of the first FAT entries refuses a link to the last cluster.
+        const std::string command =
+            "MTOOLS_SKIP_CHECK=1 mcopy -n -i " + image + " ::" + name + " -";
         const std::string read = OutputOf(command, image + ".txt");
         const std::vector<uint8_t> content(read.begin(), read.end());
         EXPECT_TRUE(content == node->content) << name;
