@@ -10,3 +10,8 @@ if(FATVOL_SANITIZE)
         -O1 -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(fatvol_options INTERFACE -fsanitize=address,undefined)
 endif()
+
+if(FATVOL_COVERAGE)
+    target_compile_options(fatvol_options INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+    target_link_options(fatvol_options INTERFACE -fprofile-instr-generate)
+endif()
