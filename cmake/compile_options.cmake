@@ -4,6 +4,9 @@ target_compile_options(fatvol_options INTERFACE
     -Wall -Wextra -Wpedantic -Werror
     -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor)
 target_compile_definitions(fatvol_options INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
+if(WIN32)  # the W functions' texts, and names like min left to C++
+    target_compile_definitions(fatvol_options INTERFACE UNICODE NOMINMAX WIN32_LEAN_AND_MEAN)
+endif()
 
 if(FATVOL_SANITIZE)
     target_compile_options(fatvol_options INTERFACE

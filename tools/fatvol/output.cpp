@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <cstdio>
 
 #include "platform.h"
@@ -14,7 +13,7 @@ namespace tool {
 namespace {
 
 [[noreturn]] void FailOutput() {
-    throw Failure{"standard output", platform::ErrorText(errno)};
+    throw Failure{"standard output", platform::ErrorText(platform::StreamError())};
 }
 
 }  // namespace

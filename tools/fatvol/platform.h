@@ -14,6 +14,9 @@ namespace tool::platform {
 
 std::string ErrorText(int errorCode);
 
+// Why the last call on a standard stream failed.
+int StreamError();
+
 // ---- Process and terminal ---------------------------------------------------------------------
 
 // The arguments after the program name. Also makes the standard streams carry bytes unchanged.

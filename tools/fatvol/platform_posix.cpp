@@ -65,6 +65,10 @@ std::string ErrorText(int errorCode) {
     return std::system_category().message(errorCode);
 }
 
+int StreamError() {
+    return errno;
+}
+
 std::vector<std::string> PrepareProcess(int argc, char** argv) {
     return argc > 1 ? std::vector<std::string>(argv + 1, argv + argc) : std::vector<std::string>();
 }
