@@ -2,6 +2,7 @@
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(toolchainPrefix x86_64-w64-mingw32)
+set(CMAKE_C_COMPILER ${toolchainPrefix}-gcc-posix)  # googletest asks for one
 set(CMAKE_CXX_COMPILER ${toolchainPrefix}-g++-posix)
 
 # Programs are those of this machine, everything else is the target's.

@@ -1,9 +1,10 @@
 // The bytes of short names are text in the code page of the process locale. These are the only
 // places where UTF-16 and that code page meet.
 //
-// Each conversion starts from a fresh state; nothing is remembered between calls. In the "C"
-// locale of POSIX systems only 7-bit text converts: a byte from 0x80 up has no agreed meaning
-// there, and what the runtime library makes of it changes from one version to the next.
+// Each conversion starts from a fresh state; nothing is remembered between calls. The systems agree
+// on what converts: in the "C" locale only 7-bit text does (a byte from 0x80 up has no agreed
+// meaning there), no letter stands in for another one, and a byte from 0x80 to 0x9F that a one-byte
+// code page leaves unassigned is the control character of that number.
 #pragma once
 
 #include <climits>

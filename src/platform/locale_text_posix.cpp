@@ -28,6 +28,27 @@ bool IsCharacter(char32_t character, bool sevenBit) {
     return character <= (sevenBit ? 0x7F : LastCharacter) && !IsSurrogate(character);
 }
 
+constexpr bool IsUpperControl(char32_t character) {
+    return character >= 0x80 && character <= 0x9F;
+}
+
+// The character that starts a text, and its bytes; invalid (-1) and cut short (-2) as mbrtowc tells
+// it. A byte that a one-byte code page leaves unassigned is the control character of its number,
+// which is how other systems hold the same code page: a name written there stays within reach.
+std::size_t DecodeFirst(const char* text, std::size_t byteCount, char32_t* character,
+                        std::mbstate_t* state) {
+    wchar_t wide = 0;
+    const std::size_t used = std::mbrtowc(&wide, text, byteCount, state);
+    *character = static_cast<char32_t>(wide);
+    const auto byte = static_cast<unsigned char>(*text);
+    if (used == static_cast<std::size_t>(-1) && MB_CUR_MAX == 1 && IsUpperControl(byte)) {
+        *character = byte;
+        *state = {};
+        return 1;
+    }
+    return used;
+}
+
 unsigned StoreCharacter(char32_t character, char16_t* units) {
     if (character < FirstPairedCharacter) {
         units[0] = static_cast<char16_t>(character);
@@ -50,7 +71,15 @@ int UnitToBytes(char16_t unit, char* bytes) {
         return -1;
     }
     std::mbstate_t state{};
-    return static_cast<int>(std::wcrtomb(bytes, static_cast<wchar_t>(unit), &state));
+    const std::size_t byteCount = std::wcrtomb(bytes, static_cast<wchar_t>(unit), &state);
+    if (byteCount <= MaxUnitBytes) {
+        return static_cast<int>(byteCount);
+    }
+    char32_t back = 0;
+    state = {};
+    bytes[0] = static_cast<char>(unit);
+    const bool isControl = IsUpperControl(unit) && DecodeFirst(bytes, 1, &back, &state) == 1;
+    return isControl && back == unit ? 1 : -1;
 }
 
 int BytesToUnits(const char* bytes, unsigned byteCount, char16_t* units, unsigned maxUnits) {
@@ -62,10 +91,9 @@ int BytesToUnits(const char* bytes, unsigned byteCount, char16_t* units, unsigne
     std::mbstate_t state{};
     unsigned unitCount = 0;
     while (bytes != end && unitCount < maxUnits) {
-        wchar_t wide = 0;
+        char32_t character = 0;
         const std::size_t used =
-            std::mbrtowc(&wide, bytes, static_cast<std::size_t>(end - bytes), &state);
-        const auto character = static_cast<char32_t>(wide);
+            DecodeFirst(bytes, static_cast<std::size_t>(end - bytes), &character, &state);
         const bool whole = used <= MaxTextBytes;  // else invalid (-1) or cut short (-2)
         if (!whole || !IsCharacter(character, sevenBit)) {
             return -1;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
@@ -6,18 +7,35 @@
 
 namespace fatvol {
 
+namespace {
+
 static_assert(sizeof(wchar_t) == sizeof(char16_t), "wide characters are UTF-16 units here");
+
+bool SevenBitLocale() {
+    return std::strcmp(std::setlocale(LC_CTYPE, nullptr), "C") == 0;
+}
+
+// The runtime library takes similar letters for those that a code page lacks, such as a for \u0101:
+// only what comes back as it was counts as converted.
+bool ComesBack(wchar_t unit, const char* bytes, int byteCount) {
+    wchar_t back = 0;
+    return std::mbtowc(&back, bytes, static_cast<std::size_t>(byteCount)) >= 0 && back == unit;
+}
+
+}  // namespace
 
 void SelectEnvironmentLocale() {
     std::setlocale(LC_ALL, "");
 }
 
 int UnitToBytes(char16_t unit, char* bytes) {
-    if (unit >= 0xD800 && unit <= 0xDFFF) {
+    const auto wide = static_cast<wchar_t>(unit);
+    if ((unit >= 0xD800 && unit <= 0xDFFF) || (unit > 0x7F && SevenBitLocale())) {
         return -1;
     }
     std::wctomb(nullptr, 0);  // back to the initial state
-    return std::wctomb(bytes, static_cast<wchar_t>(unit));
+    const int byteCount = std::wctomb(bytes, wide);
+    return byteCount > 0 && ComesBack(wide, bytes, byteCount) ? byteCount : -1;
 }
 
 int BytesToUnits(const char* bytes, unsigned byteCount, char16_t* units, unsigned maxUnits) {
@@ -28,7 +46,12 @@ int BytesToUnits(const char* bytes, unsigned byteCount, char16_t* units, unsigne
     std::memcpy(text, bytes, byteCount);
     text[byteCount] = 0;
     const std::size_t unitCount = std::mbstowcs(reinterpret_cast<wchar_t*>(units), text, maxUnits);
-    return unitCount == static_cast<std::size_t>(-1) ? -1 : static_cast<int>(unitCount);
+    const bool isText = unitCount != static_cast<std::size_t>(-1);
+    const auto isSevenBit = [](char16_t unit) { return unit <= 0x7F; };
+    if (!isText || (SevenBitLocale() && !std::all_of(units, units + unitCount, isSevenBit))) {
+        return -1;
+    }
+    return static_cast<int>(unitCount);
 }
 
 }  // namespace fatvol

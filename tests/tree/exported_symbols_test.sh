@@ -1,10 +1,19 @@
 #!/bin/sh
-# exported_symbols_test.sh NM LIBRARY LIST
-# Fails when the shared library exports anything else than what LIST names, one a line, sorted.
+# exported_symbols_test.sh LIST LIBRARY READER
+# Fails when the library exports by name anything else than what LIST names, one a line, sorted.
+# READER is the nm or objdump that knows the library's kind of file.
 set -eu
+list=$1 library=$2 reader=$3
 
-exported=$("$1" --dynamic --defined-only --demangle "$2" | cut -d ' ' -f 3- | LC_ALL=C sort -u)
-if ! printf '%s\n' "$exported" | diff -u "$3" -; then
-    echo "The symbols that $2 exports (+) differ from the list $3 (-)."
+exported_names() {
+    case $reader in
+    *objdump) "$reader" -p "$library" | sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/.*\] //p' ;;
+    *) "$reader" --dynamic --defined-only "$library" | cut -d ' ' -f 3- ;;
+    esac
+}
+
+exported=$(exported_names | c++filt | LC_ALL=C sort -u)
+if ! printf '%s\n' "$exported" | diff -u "$list" -; then
+    echo "The symbols that $library exports (+) differ from the list $list (-)."
     exit 1
 fi

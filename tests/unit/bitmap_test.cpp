@@ -11,7 +11,7 @@ using Model = std::vector<bool>;
 
 // Where the first `count` clear bits in a row begin, from bit `from` on.
 uint32_t LowestRun(const Model& model, uint32_t from, uint32_t count) {
-    const auto begin = model.begin() + std::min<long>(from, std::ssize(model));
+    const auto begin = model.begin() + std::min<std::ptrdiff_t>(from, std::ssize(model));
     const auto found = std::search_n(begin, model.end(), count, false);
     return found == model.end() ? NoBit : static_cast<uint32_t>(found - model.begin());
 }

@@ -1,9 +1,9 @@
-// The code page conversions, the clock and the two calendars, against the C library's own.
+// The code page conversions, the clock and the calendar: one table of cases for every system.
 #include <gtest/gtest.h>
-#include <time.h>
 
 #include <clocale>
 #include <cstdlib>
+#include <ctime>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -14,11 +14,7 @@
 #include "platform/clock.h"
 #include "platform/locale_text.h"
 #include "platform/system_time.h"
-
-// Where the build has compiled the locale fatvol_cp1252.
-#ifndef FATVOL_TEST_LOCALE_DIR
-#define FATVOL_TEST_LOCALE_DIR ""
-#endif
+#include "support/environment.h"
 
 namespace fatvol {
 namespace {
@@ -27,33 +23,32 @@ constexpr std::int64_t TicksPerSecond = 10'000'000;
 constexpr std::int64_t Latest = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t UnixEpochSeconds = 11'644'473'600;  // 1970 counted from 1601
 
-// Seconds since 1970 of a calendar time in UTC; `exact` says whether no field carried over.
+bool IsLeap(int year) {
+    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+}
+
+int MonthLength(int year, int month) {
+    return month == 2 ? 28 + IsLeap(year) : 30 + (month + month / 8) % 2;
+}
+
+// Seconds since 1970 of a calendar time in UTC; `exact` says whether there is such a time.
 std::int64_t Utc(int year, int month, int day, int hour = 0, int minute = 0, int second = 0,
                  bool* exact = nullptr) {
-    tm parts{};
-    parts.tm_year = year - 1900;
-    parts.tm_mon = month - 1;
-    parts.tm_mday = day;
-    parts.tm_hour = hour;
-    parts.tm_min = minute;
-    parts.tm_sec = second;
-    const time_t seconds = timegm(&parts);
-    if (exact != nullptr) {
-        *exact = parts.tm_mon == month - 1 && parts.tm_mday == day && parts.tm_hour == hour &&
-                 parts.tm_min == minute && parts.tm_sec == second;
+    const int before = year - 1;  // whole years since the year 1
+    std::int64_t days =
+        before * 365LL + before / 4 - before / 100 + before / 400 - 719162 + day - 1;
+    for (int earlier = 1; earlier < month; ++earlier) {
+        days += MonthLength(year, earlier);
     }
-    return seconds;
+    if (exact != nullptr) {
+        *exact = month >= 1 && month <= 12 && day >= 1 && day <= MonthLength(year, month) &&
+                 hour < 24 && minute < 60 && second < 60;
+    }
+    return ((days * 24 + hour) * 60 + minute) * 60 + second;
 }
 
 std::int64_t Ticks(std::int64_t unixSeconds) {
     return (unixSeconds + UnixEpochSeconds) * TicksPerSecond;
-}
-
-void UseLocale(const char* name) {
-    setenv("LOCPATH", FATVOL_TEST_LOCALE_DIR, 1);
-    setenv("LC_ALL", name, 1);
-    SelectEnvironmentLocale();
-    ASSERT_STREQ(std::setlocale(LC_CTYPE, nullptr), name) << "is it installed?";
 }
 
 // Each unit fails or comes back; returns how many came back.
@@ -74,15 +69,15 @@ int CountConvertibleUnits() {
 
 TEST(LocaleText, ConvertsInEachCodePage) {
     const struct {
-        const char* locale;
+        const char* codePage;
         int convertibleUnits;
         std::vector<std::tuple<std::string_view, unsigned, const char16_t*>> texts;
     } cases[] = {
         {"C", 128, {{"README", 8, u"README"}, {"A\x82", 8, nullptr}, {"A\x82", 1, u"A"}}},
-        {"fatvol_cp1252",
-         251,  // five bytes are unassigned
-         {{"\xC9\x80\xFF", 3, u"É€ÿ"}, {"A\x81", 8, nullptr}, {{"A\0\x81", 3}, 8, u"A"}}},
-        {"C.UTF-8",
+        {"CP1252",
+         256,  // five of them are the control characters of unassigned bytes
+         {{"\xC9\x80\xFF", 3, u"É€ÿ"}, {"A\x81", 8, u"A\u0081"}, {{"A\0\x81", 3}, 8, u"A"}}},
+        {"UTF-8",
          65536 - 2048,  // all but the surrogates
          {{"É€", 8, u"É€"},
           {"\xF0\x9F\x98\x80", 2, u"\U0001F600"},
@@ -93,9 +88,13 @@ TEST(LocaleText, ConvertsInEachCodePage) {
           {std::string_view("AÉ", 2), 1, u"A"},
           {"", 8, u""}}},
     };
-    for (const auto& [locale, convertibleUnits, texts] : cases) {
-        ASSERT_NO_FATAL_FAILURE(UseLocale(locale));
-        EXPECT_EQ(CountConvertibleUnits(), convertibleUnits) << locale;
+    int codePages = 0;
+    for (const auto& [codePage, convertibleUnits, texts] : cases) {
+        if (!test::UseCodePage(codePage)) {
+            continue;
+        }
+        ++codePages;
+        EXPECT_EQ(CountConvertibleUnits(), convertibleUnits) << codePage;
         for (const auto& [bytes, maxUnits, expected] : texts) {
             char16_t units[9] = {};
             const auto byteCount = static_cast<unsigned>(bytes.size());
@@ -105,14 +104,44 @@ TEST(LocaleText, ConvertsInEachCodePage) {
             EXPECT_EQ(text, std::u16string_view(units, text.size())) << bytes;
         }
     }
+    EXPECT_EQ(codePages, test::UseCodePage("UTF-8") ? 3 : 2) << "a locale is missing";
     const std::string tooLong(MaxTextBytes + 1, 'A');
     char16_t unit;
     EXPECT_EQ(BytesToUnits(tooLong.data(), MaxTextBytes + 1, &unit, 1), -1);
     EXPECT_EQ(BytesToUnits(tooLong.data(), MaxTextBytes, &unit, 1), 1);
-    UseLocale("C");
 }
 
-TEST(SystemTime, AgreesWithTheCLibraryToItsEnd) {
+// What a volume keeps of a name with é, and reads back.
+TEST(LocaleText, TakesTheCodePageOfTheEnvironment) {
+    ASSERT_TRUE(test::UseCodePage("CP1252"));
+    SelectEnvironmentLocale();
+    char bytes[MaxUnitBytes];
+    char16_t unit = 0;
+    EXPECT_TRUE(UnitToBytes(u'É', bytes) == 1 && bytes[0] == '\xC9');
+    EXPECT_TRUE(BytesToUnits("\xE9", 1, &unit, 1) == 1 && unit == u'é');
+}
+
+// The ends of every month, to the last millisecond and the day after.
+TEST(SystemTime, KnowsEveryMonth) {
+    for (const int year : {1601, 1700, 1979, 1980, 1999, 2000, 2024, 2100, 2107, 2108, 30827}) {
+        for (int month = 1; month <= 12; ++month) {
+            const int last = MonthLength(year, month);
+            const std::pair<TimeFields, std::int64_t> ends[] = {
+                {{year, month, 1, 0, 0, 0, 0}, Ticks(Utc(year, month, 1))},
+                {{year, month, last, 23, 59, 59, 999},
+                 Ticks(Utc(year, month, last, 23, 59, 59)) + 9'990'000}};
+            for (const auto& [fields, expected] : ends) {
+                std::int64_t time = -1;
+                EXPECT_TRUE(TimeFieldsToSystemTime(fields, &time)) << year << '-' << month;
+                EXPECT_EQ(time, expected) << year << '-' << month;
+            }
+            std::int64_t time = -1;
+            EXPECT_FALSE(TimeFieldsToSystemTime({year, month, last + 1, 0, 0, 0, 0}, &time));
+        }
+    }
+}
+
+TEST(SystemTime, AgreesWithArithmeticToItsEnd) {
     constexpr std::int64_t Step = 33'333'333'333'333;  // some 38 days and a half
     for (std::int64_t time = 0; time <= Latest - Step; time += Step) {
         TimeFields f;
@@ -184,8 +213,7 @@ TEST(FatTime, RoundsUpWithinItsYears) {
 }
 
 TEST(Clock, StampsLocalTime) {
-    setenv("TZ", "XST-5:30", 1);
-    tzset();
+    test::UseTimeZone("XST-5:30");
     constexpr std::int64_t Offset = 5 * 3600 + 30 * 60;
     const std::tuple<std::int64_t, int, int> cases[] = {
         {Utc(2024, 3, 15, 13, 45, 30), 0x586F, 0x6DAF},
@@ -205,9 +233,8 @@ TEST(Clock, StampsLocalTime) {
     FixClockForTests(std::nullopt);
     ASSERT_TRUE(ReadLocalTime(&now));
     const auto read = Utc(now.year, now.month, now.day, now.hour, now.minute, now.second) - Offset;
-    EXPECT_LE(std::abs(read - time(nullptr)), 60);
-    unsetenv("TZ");
-    tzset();
+    EXPECT_LE(std::abs(read - std::time(nullptr)), 60);
+    test::UseTimeZone("");
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "api/library_state.h"
 #include "model_handles.h"
 #include "platform/clock.h"
+#include "support/environment.h"
 
 namespace fatvol::test {
 namespace {
@@ -136,8 +137,7 @@ uint64_t NumberFromEnvironment(const char* name, uint64_t otherwise) {
 class ChangeModel : public testing::TestWithParam<size_t> {};
 
 TEST_P(ChangeModel, ShowsWhatWasDone) {
-    setenv("TZ", "UTC", 1);
-    tzset();
+    UseTimeZone("UTC");
     FixClockForTests(1710510330);  // 2024-03-15 13:45:30
     uint64_t left = NumberFromEnvironment("FATVOL_MODEL_OPERATIONS", 3000);
     for (uint64_t sequence = NumberFromEnvironment("FATVOL_TEST_SEQUENCE", 1);

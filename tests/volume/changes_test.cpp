@@ -2,6 +2,7 @@
 #include "dir/short_name.h"
 #include "fixture.h"
 #include "platform/clock.h"
+#include "support/environment.h"
 
 namespace fatvol::test {
 namespace {
@@ -11,8 +12,7 @@ constexpr int64_t usualTime = 1710510330;  // 2024-03-15 13:45:30
 class Changes : public VolumeTest {
 protected:
     Changes() {
-        setenv("TZ", "UTC", 1);
-        tzset();
+        UseTimeZone("UTC");
         FixClockForTests(usualTime);
         ResetShortNameTailsForTests();
     }

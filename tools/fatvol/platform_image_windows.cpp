@@ -77,8 +77,8 @@ int ImageFile::Read(void* buffer, std::uint64_t positionBytes, std::uint64_t cou
 
 int ImageFile::Write(const void* buffer, std::uint64_t positionBytes, std::uint64_t count) {
     written_ = true;
-    return TransferAll(WriteFile, handle_, static_cast<const unsigned char*>(buffer),
-                       positionBytes, count);
+    return TransferAll(WriteFile, handle_, static_cast<const unsigned char*>(buffer), positionBytes,
+                       count);
 }
 
 int ImageFile::Close() {

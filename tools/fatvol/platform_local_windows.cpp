@@ -134,7 +134,8 @@ std::string JoinLocalPath(const std::string& directory, const std::string& name)
 bool IsSafeLocalName(const std::string& name) {
     constexpr std::string_view kRefused = "\\/:*?\"<>|";
     const bool hasRefused = std::any_of(name.begin(), name.end(), [&](char character) {
-        return static_cast<unsigned char>(character) < ' ' || kRefused.find(character) != kRefused.npos;
+        return static_cast<unsigned char>(character) < ' ' ||
+               kRefused.find(character) != kRefused.npos;
     });
     // Dots and spaces at the end would be taken off, and so would lead elsewhere.
     return !name.empty() && !hasRefused && name.back() != '.' && name.back() != ' ' &&
@@ -256,9 +257,9 @@ int LocalFile::Commit() {
     if (!CloseHandle(FileOf(std::exchange(handle_, -1)))) {
         return LastError();
     }
-    if (writtenName_ != name_ && !MoveFileExW(MemberPath(directory_, writtenName_).c_str(),
-                                              MemberPath(directory_, name_).c_str(),
-                                              MOVEFILE_REPLACE_EXISTING)) {
+    if (writtenName_ != name_ &&
+        !MoveFileExW(MemberPath(directory_, writtenName_).c_str(),
+                     MemberPath(directory_, name_).c_str(), MOVEFILE_REPLACE_EXISTING)) {
         return LastError();
     }
     writtenName_.clear();
@@ -305,7 +306,7 @@ int LocalDirectory::OpenOrCreate(const LocalDirectory& parent, const std::string
 int LocalDirectory::CreateFile(const std::string& name, Existing existing, LocalFile* file) const {
     const auto create = [&](const std::string& newName) {
         return ::CreateFileW(MemberPath(handle_, newName).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
-                           nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+                             nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
     };
     std::string writtenName = name;
     HANDLE created = create(writtenName);

@@ -1,8 +1,7 @@
-#include "wide_path.h"
-
 #include <windows.h>
 
 #include "utf.h"
+#include "wide_path.h"
 
 namespace tool::platform {
 
