@@ -45,6 +45,12 @@ bool TimeFieldsToSystemTime(const TimeFields& fields, std::int64_t* systemTime) 
     if (toTime == nullptr || !ToNative(fields, &native) || !toTime(&native, &time)) {
         return false;
     }
+    // Not every implementation refuses the 29 February of a common year: it may become 1 March.
+    TimeFields back;
+    SystemTimeToTimeFields(time.QuadPart, &back);
+    if (back.month != fields.month || back.day != fields.day) {
+        return false;
+    }
     *systemTime = time.QuadPart;
     return true;
 }

@@ -7,7 +7,7 @@ list=$1 library=$2 reader=$3
 
 exported_names() {
     case $reader in
-    *objdump) "$reader" -p "$library" | sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/.*\] //p' ;;
+    *objdump) "$reader" -p "$library" | sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/^[[:space:]]*\[ *[0-9]*\] //p' ;;
     *) "$reader" --dynamic --defined-only "$library" | cut -d ' ' -f 3- ;;
     esac
 }
