@@ -1,4 +1,5 @@
 #include <clocale>
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 
