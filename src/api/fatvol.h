@@ -154,7 +154,8 @@ struct FatFileInfo {
     char16_t shortName[14];  // BASE.EXT or BASE, zero-terminated; empty when it cannot be converted
 };
 
-// What the library tells of a mounted volume.
+// What the library tells of a mounted volume. Later versions may append fields: a caller's record
+// ends where the size that it was compiled with says.
 struct FatVolumeInfo {
     unsigned int size;     // set by the caller: sizeof(FatVolumeInfo)
     unsigned int fatType;  // 12, 16 or 32
@@ -163,6 +164,9 @@ struct FatVolumeInfo {
     unsigned int clusterCount;
     unsigned int freeClusters;
     char16_t volumeLabel[12];  // of the root directory; without trailing spaces, zero-terminated
+    // 1 when a failure left it unknown what stands on the volume: every change is refused, and
+    // reading goes on, until the volume is mounted again. Otherwise 0.
+    unsigned int refusesChanges;
 };
 
 extern "C" {
@@ -303,7 +307,8 @@ FATVOL_API bool Fat_GetVolumeInfo(FatVolume* volume, FatVolumeInfo* info) noexce
 // Writes everything that is pending on a mounted volume: the contents of files, the FAT, the
 // directories, the copy of the FAT. True when all of it reached the storage and nothing written
 // before was lost on the way there; from then on a loss of power takes nothing of it back. What
-// could not be written is kept and tried again by the next call.
+// could not be written is kept and tried again by the next call. False also, once, when a write
+// failed before that no other call has told of, although it was made good.
 FATVOL_API bool Fat_FlushVolume(FatVolume* volume) noexcept;
 
 }  // extern "C"

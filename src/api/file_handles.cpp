@@ -18,8 +18,7 @@ namespace {
 
 // Takes a handle for the object that `operation` finds or makes for a path.
 template <class Operation>
-int OpenHandle(const char16_t* path, Operation operation) {
-    FatVolume* volume = CurrentVolume();
+int OpenHandle(FatVolume* volume, const char16_t* path, Operation operation) {
     if (!volume || Library->files.IsFull()) {
         return NoHandle;
     }
@@ -42,9 +41,8 @@ std::uint32_t Clip(unsigned int count, std::uint64_t left) {
 }
 
 template <class Buffer>
-bool TransferAtPosition(int handle, unsigned int count, Buffer buffer, unsigned int* done,
+bool TransferAtPosition(CFatFile* file, unsigned int count, Buffer buffer, unsigned int* done,
                         TransferFunction<Buffer> transfer) {
-    CFatFile* file = FileOf(handle);
     if (!file || !done || (!buffer && count != 0)) {
         return false;
     }
@@ -64,9 +62,8 @@ bool TransferAtPosition(int handle, unsigned int count, Buffer buffer, unsigned 
 }
 
 template <class Buffer>
-bool TransferAtOffset(int handle, long long offset, unsigned int count, Buffer buffer,
+bool TransferAtOffset(CFatFile* file, long long offset, unsigned int count, Buffer buffer,
                       unsigned int* done, TransferFunction<Buffer> transfer) {
-    CFatFile* file = FileOf(handle);
     if (!file || !done || (!buffer && count != 0)) {
         return false;
     }
@@ -103,15 +100,15 @@ std::uint32_t MovedPosition(const CFatFile& file, unsigned int offset, unsigned 
 }  // namespace
 
 int Fat_OpenFile(const char16_t* path) noexcept {
-    return OpenHandle(path, OpenByPath);
+    return OpenHandle(CurrentVolume(), path, OpenByPath);
 }
 
 int Fat_CreateFile(const char16_t* path, unsigned int initialSize,
                    unsigned char attributes) noexcept {
-    return OpenHandle(
-        path, [=](FatVolume& volume, const char16_t* normalised, FileReference* file) {
-            return CreateByPath(volume, normalised, NewObject::File, initialSize, attributes, file);
-        });
+    const auto create = [=](FatVolume& volume, const char16_t* normalised, FileReference* file) {
+        return CreateByPath(volume, normalised, NewObject::File, initialSize, attributes, file);
+    };
+    return OpenHandle(ChangeableVolume(), path, create);
 }
 
 bool Fat_CloseFile(int handle) noexcept {
@@ -123,22 +120,22 @@ bool Fat_CloseFile(int handle) noexcept {
 }
 
 bool Fat_ReadFile(int handle, unsigned int count, void* buffer, unsigned int* done) noexcept {
-    return TransferAtPosition<void*>(handle, count, buffer, done, ReadFileData);
+    return TransferAtPosition<void*>(FileOf(handle), count, buffer, done, ReadFileData);
 }
 
 bool Fat_WriteFile(int handle, unsigned int count, const void* buffer,
                    unsigned int* done) noexcept {
-    return TransferAtPosition<const void*>(handle, count, buffer, done, WriteFileData);
+    return TransferAtPosition<const void*>(ChangeableFileOf(handle), count, buffer, done, WriteFileData);
 }
 
 bool Fat_ReadFileEx(int handle, long long offset, unsigned int count, void* buffer,
                     unsigned int* done) noexcept {
-    return TransferAtOffset<void*>(handle, offset, count, buffer, done, ReadFileData);
+    return TransferAtOffset<void*>(FileOf(handle), offset, count, buffer, done, ReadFileData);
 }
 
 bool Fat_WriteFileEx(int handle, long long offset, unsigned int count, const void* buffer,
                      unsigned int* done) noexcept {
-    return TransferAtOffset<const void*>(handle, offset, count, buffer, done, WriteFileData);
+    return TransferAtOffset<const void*>(ChangeableFileOf(handle), offset, count, buffer, done, WriteFileData);
 }
 
 bool Fat_GetFileOffset(int handle, unsigned int* offset) noexcept {
@@ -183,11 +180,11 @@ bool Fat_GetFileAttribute(int handle, FatFileInfo* info) noexcept {
 }
 
 bool Fat_SetFileAttribute(int handle, const FatFileInfo* info) noexcept {
-    CFatFile* file = FileOf(handle);
+    CFatFile* file = ChangeableFileOf(handle);
     return file && info && Succeeded(WriteBackEntry(*file, WithFileInfo(file->entry, *info)));
 }
 
 bool Fat_SetFileSize(int handle, unsigned int size) noexcept {
-    CFatFile* file = FileOf(handle);
+    CFatFile* file = ChangeableFileOf(handle);
     return file && Succeeded(ResizeFile(*file, size, nullptr, nullptr));
 }

@@ -21,6 +21,7 @@ static_assert(offsetof(FatFileInfo, sizeLow) == 32);
 static_assert(offsetof(FatFileInfo, reserved) == 36);
 static_assert(offsetof(FatFileInfo, longName) == 44);
 static_assert(offsetof(FatFileInfo, shortName) == 564);
+static_assert(offsetof(FatVolumeInfo, refusesChanges) == fatvol::FirstVolumeInfoSize);
 
 namespace fatvol {
 namespace {
@@ -135,6 +136,9 @@ void FillVolumeInfo(const FatVolume& volume, FatVolumeInfo* info) {
     const int length = std::max(ConvertField(root.volumeLabel, ShortNameSize, label), 0);
     std::copy_n(label, length, info->volumeLabel);
     info->volumeLabel[length] = 0;
+    if (info->size >= sizeof(FatVolumeInfo)) {
+        info->refusesChanges = volume.isUncertain ? 1 : 0;
+    }
 }
 
 }  // namespace fatvol

@@ -25,7 +25,11 @@ ShortEntry WithFileInfo(const ShortEntry& entry, const FatFileInfo& info);
 void FillNames(std::uint32_t longLength, const char16_t* longName, const std::uint8_t* shortName,
                FatFileInfo* info);
 
-// Facts of a volume in use, whose root directory is open; `info` is a whole record.
+// The size of the first version of FatVolumeInfo, which ended before `refusesChanges`.
+inline constexpr unsigned int FirstVolumeInfoSize = 48;
+
+// Facts of a volume in use, whose root directory is open, as far as the record's size goes: the
+// whole record, or its first version.
 void FillVolumeInfo(const FatVolume& volume, FatVolumeInfo* info);
 
 }  // namespace fatvol

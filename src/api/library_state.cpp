@@ -84,6 +84,11 @@ FatVolume* CurrentVolume() {
     return Library && IsUsable(Library->currentVolume) ? Library->currentVolume : nullptr;
 }
 
+FatVolume* ChangeableVolume() {
+    FatVolume* volume = CurrentVolume();
+    return volume && !volume->isUncertain ? volume : nullptr;
+}
+
 bool CanCloseFile(int handle) {
     return CurrentVolume() && Library->files.IsOccupied(handle);
 }
@@ -98,6 +103,11 @@ CFatFile* FileOf(int handle) {
     }
     CFatFile& file = *Library->files.slots[handle];
     return IsUsable(file.volume) ? &file : nullptr;
+}
+
+CFatFile* ChangeableFileOf(int handle) {
+    CFatFile* file = FileOf(handle);
+    return file && !file->volume->isUncertain ? file : nullptr;
 }
 
 FindRecord* FindRecordOf(int handle) {

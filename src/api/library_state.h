@@ -59,9 +59,13 @@ std::unique_ptr<FatVolume> DismissVolume(const FatVolume& volume);
 // The current volume if file functions can use it, else null.
 FatVolume* CurrentVolume();
 
+// The same for functions that change the volume, which may refuse that.
+FatVolume* ChangeableVolume();
+
 // The object of a file handle, or null. Every function on a handle needs a current volume, and an
 // object whose own volume is in use.
 CFatFile* FileOf(int handle);
+CFatFile* ChangeableFileOf(int handle);  // null also when its volume refuses changes
 
 // The record of a find handle under the same conditions, or null.
 FindRecord* FindRecordOf(int handle);

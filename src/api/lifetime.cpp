@@ -75,8 +75,8 @@ void SetCurrentFileSystem(FatVolume* volume) noexcept {
 }
 
 bool Fat_GetVolumeInfo(FatVolume* volume, FatVolumeInfo* info) noexcept {
-    if (!Library || !info || info->size < sizeof(FatVolumeInfo) || !IsMountedVolume(volume) ||
-        volume->state != VolumeState::Mounted) {
+    if (!Library || !info || !IsMountedVolume(volume) || volume->state != VolumeState::Mounted ||
+        (info->size < sizeof(FatVolumeInfo) && info->size != FirstVolumeInfoSize)) {
         return false;
     }
     FillVolumeInfo(*volume, info);

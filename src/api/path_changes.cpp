@@ -23,7 +23,7 @@ const char16_t* LastComponent(const char16_t* path) {
 }  // namespace
 
 bool Fat_CreateDir(const char16_t* path, unsigned char attributes) noexcept {
-    FatVolume* volume = CurrentVolume();
+    FatVolume* volume = ChangeableVolume();
     FileReference directory;
     if (!volume || !NormalizePath(path, PathBuffer) ||
         Failed(
@@ -35,19 +35,19 @@ bool Fat_CreateDir(const char16_t* path, unsigned char attributes) noexcept {
 }
 
 bool Fat_DeleteFile(const char16_t* path) noexcept {
-    FatVolume* volume = CurrentVolume();
+    FatVolume* volume = ChangeableVolume();
     return volume && NormalizePath(path, PathBuffer) &&
            Succeeded(DeleteByPath(*volume, PathBuffer));
 }
 
 bool Fat_RenameFile(const char16_t* path, const char16_t* newPath) noexcept {
-    FatVolume* volume = CurrentVolume();
+    FatVolume* volume = ChangeableVolume();
     return volume && NormalizePath(path, PathBuffer) && NormalizePath(newPath, TargetPathBuffer) &&
            Succeeded(RenameByPath(*volume, PathBuffer, LastComponent(TargetPathBuffer)));
 }
 
 bool Fat_MoveFile(const char16_t* path, const char16_t* destination) noexcept {
-    FatVolume* volume = CurrentVolume();
+    FatVolume* volume = ChangeableVolume();
     if (!volume || !NormalizePath(path, PathBuffer)) {
         return false;
     }

@@ -110,7 +110,7 @@ void Detach(CFatFile& file, DirtyBlocks dirtyBlocks) {
     }
     file.listing.reset();
     if (!DropFileBlocks(file, dirtyBlocks)) {
-        file.volume->lostWriteBack = true;
+        file.volume->isUncertain = true;
     }
     file.blocks.buckets.reset();
     Release(file.runs);

@@ -151,6 +151,12 @@ FatStatus DeleteDirEntries(CFatFile& directory, std::uint32_t firstSlot, std::ui
     return status;
 }
 
+void UndoEntry(CFatFile& directory, DirItem& item) {
+    if (Failed(RemoveEntry(directory, item))) {
+        directory.volume->isUncertain = true;
+    }
+}
+
 FatStatus RemoveEntry(CFatFile& directory, DirItem& item) {
     SavedFirstBytes unused;
     const FatStatus status = DeleteDirEntries(directory, FirstSlot(item), RunLength(item), &unused);
@@ -163,16 +169,17 @@ FatStatus RemoveEntry(CFatFile& directory, DirItem& item) {
 namespace {
 
 // Brings a deleted run back to life on the medium. Its slots are in the cache and nothing else came
-// to stand there, so this does not fail.
+// to stand there, so this is not expected to fail.
 void RestoreRun(CFatFile& directory, const DirItem& item, const SavedFirstBytes& saved) {
     const std::uint32_t first = FirstSlot(item);
     const std::uint32_t count = RunLength(item);
     EntryRun run;
-    if (Succeeded(ReadDirSlots(directory, first, count, run.slots))) {
-        for (std::uint32_t i = 0; i < count; ++i) {
-            run.FirstByte(i) = saved.bytes[i];
-        }
-        (void)WriteDirSlots(directory, first, count, run.slots);
+    const FatStatus status = ReadDirSlots(directory, first, count, run.slots);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        run.FirstByte(i) = saved.bytes[i];
+    }
+    if (Failed(status) || Failed(WriteDirSlots(directory, first, count, run.slots))) {
+        directory.volume->isUncertain = true;
     }
     SetBits(directory.listing->slots, first, count);
 }

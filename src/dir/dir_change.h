@@ -39,6 +39,10 @@ FatStatus DeleteDirEntries(CFatFile& directory, std::uint32_t firstSlot, std::ui
 // Failures as for DeleteDirEntries.
 FatStatus RemoveEntry(CFatFile& directory, DirItem& item);
 
+// Takes an entry back that was made a moment ago, so that its slots are cached and nothing should
+// fail. Should it fail all the same, the volume's state is uncertain.
+void UndoEntry(CFatFile& directory, DirItem& item);
+
 // Gives the entry of an object another name, with fresh time stamps. The object's entry and long
 // name follow. After a failure the old entry stands as it was, though the directory may have grown.
 FatStatus RenameDirEntry(CFatFile& directory, CFatFile& object, DirItem& item,
@@ -67,8 +71,7 @@ FatStatus MoveDirEntry(CFatFile& source, DirItem& item, CFatFile& destination, B
         status = RemoveEntry(source, item);
     }
     if (Failed(status)) {
-        // Its slots were written a moment ago and are cached, so taking the copy back succeeds.
-        (void)RemoveEntry(destination, *copy);
+        UndoEntry(destination, *copy);
     }
     return status;
 }

@@ -151,6 +151,7 @@ FatStatus CreateSubdirectory(CFatFile& parent, const char16_t* name, std::uint8_
     if (Succeeded(status)) {
         status = MakeObject(parent, *item, created);
         if (Failed(status) && Failed(RemoveEntry(parent, *item))) {
+            volume.isUncertain = true;
             return status;  // the entry stands, so its cluster must stay taken
         }
     }

@@ -75,8 +75,7 @@ FatStatus CreateFileIn(FatVolume& volume, CFatFile& parent, const char16_t* name
     }
     status = MakeObject(volume, parent, *item, sizeBytes, created);
     if (Failed(status)) {
-        // Its slots were written a moment ago and are cached, so the entry can be taken back.
-        (void)RemoveEntry(parent, *item);
+        UndoEntry(parent, *item);
     }
     return status;
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "data/fat_file.h"
+#include "volume/fat_volume.h"
 
 namespace fatvol {
 namespace {
@@ -23,12 +24,27 @@ CFatFile* FindOpenObject(const OpenObjectCache& cache, const NameKey& key,
     return node ? static_cast<OpenKey*>(node)->object : nullptr;
 }
 
+namespace {
+
+// Whether an object can be destroyed without losing anything. One whose blocks cannot be written
+// stays, and they are tried again later; the next flush tells.
+bool CanLetGo(CFatFile& object) {
+    if (object.refCount != 1) {
+        return false;
+    }
+    const bool written = FlushFileBlocks(object);
+    object.volume->hasUntoldFailure = !written || object.volume->hasUntoldFailure;
+    return written;
+}
+
+}  // namespace
+
 void TrimOpenObjectCache(OpenObjectCache& cache) {
     auto* link = cache.recency.next;
     while (cache.count > OpenObjectLimit && link != &cache.recency) {
         CFatFile& object = ObjectOf(*link);
         link = link->next;
-        if (object.refCount == 1) {
+        if (CanLetGo(object)) {
             RemoveOpenObject(cache, object);
         }
     }

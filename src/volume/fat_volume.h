@@ -48,9 +48,11 @@ struct FatVolume {
 
     std::uint32_t fatCount = 0;
     fatvol::VolumeState state = fatvol::VolumeState::Mounted;
-    // Data of an object that is gone could not be written: that loss cannot be made good any more,
-    // and no flush may claim that everything is on the volume.
-    bool lostWriteBack = false;
+    // What stands on the volume or in the cache is not what the library believes: data of an object
+    // that is gone could not be written, or a change could neither be finished nor undone. Changes
+    // are refused from then on, and no flush claims that everything is on the volume.
+    bool isUncertain = false;
+    bool hasUntoldFailure = false;  // of a write that no call has told of: the next flush does
     bool lostFatBlock = false;  // the same for a block of the FAT, at an unmount
     // Every object of this volume, so that none outlives it unnoticed.
     fatvol::ListNode<fatvol::LiveObjectTag> liveObjects;

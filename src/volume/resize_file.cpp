@@ -113,6 +113,7 @@ void UndoGrowth(Resize& resize, const Addition& added) {
     }
     if (added.last != 0 && !ForceFatEntry(volume, added.last, added.lastValue)) {
         (void)ForceChain(volume, added.clusters);
+        volume.isUncertain = true;
     } else if (ForceFree(volume, added.clusters)) {
         ReleaseRuns(volume.clusterBitmap, added.clusters);
     }
@@ -209,6 +210,7 @@ void RelinkTail(Resize& resize, std::uint32_t from, std::uint32_t lastValue) {
             CutTail(object.runs, total - index);
             object.allocatedSize = std::uint64_t{index} << resize.volume.clusterShift;
         }
+        resize.volume.isUncertain = true;
         return;
     }
 }

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "data/fat_file.h"
 #include "dir/dir_listing.h"
@@ -102,7 +103,8 @@ bool FlushVolume(FatVolume& volume) {
         }
         volume.fatTable.changedSinceCopy = false;
     }
-    return filesWritten && directoriesWritten && !volume.lostWriteBack;
+    const bool wasTold = !std::exchange(volume.hasUntoldFailure, false);
+    return filesWritten && directoriesWritten && wasTold && !volume.isUncertain;
 }
 
 void DetachObjects(FatVolume& volume, DirtyBlocks dirtyBlocks) {
