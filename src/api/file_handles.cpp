@@ -125,7 +125,8 @@ bool Fat_ReadFile(int handle, unsigned int count, void* buffer, unsigned int* do
 
 bool Fat_WriteFile(int handle, unsigned int count, const void* buffer,
                    unsigned int* done) noexcept {
-    return TransferAtPosition<const void*>(ChangeableFileOf(handle), count, buffer, done, WriteFileData);
+    return TransferAtPosition<const void*>(ChangeableFileOf(handle), count, buffer, done,
+                                           WriteFileData);
 }
 
 bool Fat_ReadFileEx(int handle, long long offset, unsigned int count, void* buffer,
@@ -135,7 +136,8 @@ bool Fat_ReadFileEx(int handle, long long offset, unsigned int count, void* buff
 
 bool Fat_WriteFileEx(int handle, long long offset, unsigned int count, const void* buffer,
                      unsigned int* done) noexcept {
-    return TransferAtOffset<const void*>(ChangeableFileOf(handle), offset, count, buffer, done, WriteFileData);
+    return TransferAtOffset<const void*>(ChangeableFileOf(handle), offset, count, buffer, done,
+                                         WriteFileData);
 }
 
 bool Fat_GetFileOffset(int handle, unsigned int* offset) noexcept {

@@ -1,5 +1,6 @@
 #include "data/block_cache.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -149,6 +150,15 @@ FatStatus WriteBackBlock(const CacheBlock& block) {
     return DirectWrite(*block.owner, block.fileOffset, block.data);
 }
 
+namespace {
+
+// The block will be gone, so a failure is worth a second try.
+bool WriteLastTime(const CacheBlock& block) {
+    return Succeeded(WriteBackBlock(block)) || Succeeded(WriteBackBlock(block));
+}
+
+}  // namespace
+
 bool DropFileBlocks(CFatFile& file, DirtyBlocks dirtyBlocks) {
     bool allWritten = true;
     for (std::uint32_t bucket = 0; file.blocks.buckets && bucket < IndexBucketCount; ++bucket) {
@@ -156,7 +166,7 @@ bool DropFileBlocks(CFatFile& file, DirtyBlocks dirtyBlocks) {
             for (std::uint32_t i = 0; i < node->count; ++i) {
                 CacheBlock& block = *node->entries[i].block;
                 if (block.dirty != 0 && dirtyBlocks == DirtyBlocks::WriteBack) {
-                    allWritten = Succeeded(WriteBackBlock(block)) && allWritten;
+                    allWritten = WriteLastTime(block) && allWritten;
                 }
                 block.dirty = 0;
                 Unlink(block);
@@ -195,6 +205,17 @@ bool FlushFileBlocks(CFatFile& file) {
         }
     });
     return allWritten;
+}
+
+FatStatus WriteFileBlocksFrom(const CFatFile& file, std::uint64_t offset) {
+    FatStatus status = STATUS_SUCCESS;
+    ForEachBlock(file, [&](const CacheBlock& block) {
+        const std::uint64_t from = std::max(block.fileOffset, offset);
+        if (Succeeded(status) && block.dirty != 0 && from < block.fileOffset + CacheBlockSize) {
+            status = DirectWrite(file, from, block.data + (from - block.fileOffset));
+        }
+    });
+    return status;
 }
 
 void TruncateFileBlocks(CFatFile& file, std::uint64_t sizeBytes) {

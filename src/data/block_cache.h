@@ -104,6 +104,10 @@ FatStatus WriteBackBlock(const CacheBlock& block);
 // stays dirty, and the others are written all the same.
 bool FlushFileBlocks(CFatFile& file);
 
+// Writes the cached bytes of a file from `offset` on that are not on the volume yet. Their blocks
+// stay dirty. The first failure ends it.
+FatStatus WriteFileBlocksFrom(const CFatFile& file, std::uint64_t offset);
+
 // Forgets the cached bytes of a file from `sizeBytes` on, dirty or not: blocks beyond leave the
 // cache, and the rest of the last one becomes zero.
 void TruncateFileBlocks(CFatFile& file, std::uint64_t sizeBytes);
@@ -111,7 +115,8 @@ void TruncateFileBlocks(CFatFile& file, std::uint64_t sizeBytes);
 enum class DirtyBlocks { WriteBack, Discard };
 
 // Frees all blocks of a file, in bucket order, after writing the dirty ones if so wanted. False
-// when one could not be written: its bytes are lost, and the others are freed all the same.
+// when one could not be written at two tries: its bytes are lost, and the others are freed all the
+// same.
 bool DropFileBlocks(CFatFile& file, DirtyBlocks dirtyBlocks);
 
 // Whether the invariants above hold, for the cache and for the index of one file.

@@ -132,8 +132,9 @@ FatStatus DirectWrite(const CFatFile& file, std::uint64_t offset, const void* so
     if (offset >= size) {
         return STATUS_SUCCESS;
     }
-    const auto length =
-        static_cast<std::uint32_t>(std::min<std::uint64_t>(size - offset, CacheBlockSize));
+    const std::uint64_t inBlock = offset & BlockMask;
+    const auto length = static_cast<std::uint32_t>(
+        std::min<std::uint64_t>(size - offset, CacheBlockSize - inBlock));
     // Writing only reads the memory.
     auto* memory = const_cast<std::uint8_t*>(static_cast<const std::uint8_t*>(source));
     return Transfer({{offset, length, memory}, file}, Writing);

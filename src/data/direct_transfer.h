@@ -17,8 +17,8 @@ class CFatFile;
 FatStatus DirectRead(const CFatFile& file, std::uint64_t offset, std::uint32_t length,
                      void* destination);
 
-// Writes one cache block's worth of a file at a byte offset, cut off at the data size. A block that
-// lies wholly beyond it writes nothing. Failures as for DirectRead.
+// Writes a file from a byte offset to the end of the cache block there, cut off at the data size.
+// At or beyond that nothing is written. Failures as for DirectRead.
 FatStatus DirectWrite(const CFatFile& file, std::uint64_t offset, const void* source);
 
 }  // namespace fatvol

@@ -67,6 +67,9 @@ public:
     std::uint32_t position = 0;           // bytes; of the handles
     std::uint32_t firstCluster = 0;
     std::uint64_t allocatedSize = 0;  // bytes
+    // Where a directory's clusters end that the FAT on the volume is known to link, when it has
+    // grown since; otherwise 0.
+    std::uint64_t linkedSize = 0;  // bytes
     ClusterRunList runs;
     BlockIndex blocks;
     std::unique_ptr<DirListing> listing;

@@ -27,9 +27,10 @@ CFatFile* FindOpenObject(const OpenObjectCache& cache, const NameKey& key,
 namespace {
 
 // Whether an object can be destroyed without losing anything. One whose blocks cannot be written
-// stays, and they are tried again later; the next flush tells.
+// stays, and they are tried again later; the next flush tells. So does a directory that has grown
+// until the FAT is written, which depends on it.
 bool CanLetGo(CFatFile& object) {
-    if (object.refCount != 1) {
+    if (object.refCount != 1 || object.linkedSize != 0) {
         return false;
     }
     const bool written = FlushFileBlocks(object);

@@ -53,7 +53,7 @@ struct FatVolume {
     // are refused from then on, and no flush claims that everything is on the volume.
     bool isUncertain = false;
     bool hasUntoldFailure = false;  // of a write that no call has told of: the next flush does
-    bool lostFatBlock = false;  // the same for a block of the FAT, at an unmount
+    bool lostFatBlock = false;      // the same for a block of the FAT, at an unmount
     // Every object of this volume, so that none outlives it unnoticed.
     fatvol::ListNode<fatvol::LiveObjectTag> liveObjects;
     std::unique_ptr<FatVolume> nextMounted;  // the library's chain of mounted volumes

@@ -182,6 +182,9 @@ FatStatus Grow(Resize& resize) {
         UndoGrowth(resize, added);
         return status;
     }
+    if (IsDirectory(object) && object.linkedSize == 0) {
+        object.linkedSize = resize.oldAllocated;
+    }
     FitCachedBlocks(resize);
     return STATUS_SUCCESS;
 }
@@ -251,6 +254,9 @@ FatStatus Shrink(Resize& resize) {
     ReleaseRuns(resize.volume.clusterBitmap, tail);
     CutTail(object.runs, count);
     object.allocatedSize = resize.newAllocated;
+    if (object.allocatedSize <= object.linkedSize) {
+        object.linkedSize = 0;
+    }
     if (IsDirectory(object)) {
         // Fewer slots always fit.
         (void)ResizeDirListing(
