@@ -101,31 +101,6 @@ FatStatus WriteNewRun(CFatFile& directory, std::uint32_t firstSlot, std::uint32_
     return status;
 }
 
-namespace {
-
-// Marks slots free on the medium.
-FatStatus MarkDeleted(CFatFile& directory, std::uint32_t slot, std::uint32_t count) {
-    ShortEntry entries[ChunkSlots];
-    while (count > 0) {
-        const std::uint32_t inChunk = std::min(count, ChunkSlots);
-        FatStatus status = ReadDirSlots(directory, slot, inChunk, entries);
-        for (ShortEntry& entry : entries) {
-            entry.DIR_Name[0] = DeletedMark;
-        }
-        if (Succeeded(status)) {
-            status = WriteDirSlots(directory, slot, inChunk, entries);
-        }
-        if (Failed(status)) {
-            return status;
-        }
-        slot += inChunk;
-        count -= inChunk;
-    }
-    return STATUS_SUCCESS;
-}
-
-}  // namespace
-
 FatStatus MoveDirSlots(CFatFile& directory, std::uint32_t from, std::uint32_t count,
                        std::uint32_t to) {
     ShortEntry chunk[ChunkSlots];
@@ -139,14 +114,8 @@ FatStatus MoveDirSlots(CFatFile& directory, std::uint32_t from, std::uint32_t co
             return status;
         }
     }
-    // Without their marks the entries left behind would be second copies until a new run covers
-    // them, which may fail to be written.
-    const std::uint32_t leftBehind = std::max(from, to + count);
-    const FatStatus status = MarkDeleted(directory, leftBehind, from + count - leftBehind);
-    if (Succeeded(status)) {
-        MoveDirItems(*directory.listing, from, count, to);
-    }
-    return status;
+    MoveDirItems(*directory.listing, from, count, to);
+    return STATUS_SUCCESS;
 }
 
 namespace {
@@ -164,7 +133,8 @@ FatStatus GrowDirectory(CFatFile& directory, std::uint32_t missingSlots) {
     return ResizeFile(directory, static_cast<std::uint32_t>(size), nullptr, nullptr);
 }
 
-// Shifts used runs down until `count` free slots stand together, as there are enough of them.
+// Shifts used runs down until `count` free slots stand together, as there are enough of them. They
+// cover everything that the runs leave behind, so the new run replaces it all.
 FatStatus Compact(CFatFile& directory, std::uint32_t count, std::uint32_t* firstSlot) {
     const Bitmap& slots = directory.listing->slots;
     // With the whole directory (2 MiB at the most) cached nothing can fail half-way.

@@ -33,9 +33,9 @@ FatStatus AllocateDirSlots(CFatFile& directory, std::uint32_t count, std::uint32
 // Gives reserved slots back that were not written.
 void FreeDirSlots(CFatFile& directory, std::uint32_t firstSlot, std::uint32_t count);
 
-// Moves `count` slots from `from` down to `to`, on the medium and in the listing. The slots left
-// behind are marked free on the medium. A failure may have moved a part: the caller has brought the
-// blocks into the cache, so that none occurs.
+// Moves `count` slots from `from` down to `to`, on the medium and in the listing. What stood in the
+// slots left behind stays there for the caller to overwrite. A failure may have moved a part: the
+// caller has brought the blocks into the cache, so that none occurs.
 FatStatus MoveDirSlots(CFatFile& directory, std::uint32_t from, std::uint32_t count,
                        std::uint32_t to);
 
