@@ -1,5 +1,3 @@
-#include "judges.h"
-
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -9,6 +7,8 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+
+#include "judges.h"
 
 namespace fatvol::test {
 

@@ -1,8 +1,6 @@
 // Storage objects, boot sectors and the geometry computed from them.
 #include "storage/boot_sector.h"
 
-#include <cstring>
-
 #include "mounted_volume.h"
 #include "volume/geometry.h"
 
@@ -42,38 +40,6 @@ TEST(Storage, OpensOrSaysWhy) {
         probe.CaclSectorShift(size);
         EXPECT_TRUE(probe.BytesPerSector == size && probe.SectorShift == shift) << size;
     }
-}
-
-// Hosts are compiled against the places of the fields and of the virtual functions.
-TEST(Storage, HasThisLayout) {
-    MemoryDisk disk(2048);
-    const Probe s(disk);
-    const void* const fields[] = {&s.HostContext,
-                                  &s.DbrBuffer,
-                                  &s.SectorShift,
-                                  &s.BytesPerSector,
-                                  &s.GetMpbProc,
-                                  &s.ReadBytesProc,
-                                  &s.WriteBytesProc,
-                                  &s.ReadBytesAlignedProc,
-                                  &s.WriteBytesAlignedProc,
-                                  &s.ReadSectorsProc,
-                                  &s.WriteSectorsProc};
-    long expected = 8;
-    for (const void* field : fields) {
-        EXPECT_EQ(static_cast<const char*>(field) - reinterpret_cast<const char*>(&s), expected);
-        expected += field == &s.SectorShift || field == &s.BytesPerSector ? 4 : 8;
-    }
-    EXPECT_TRUE(sizeof(CVolumeStorage) == 88 && sizeof(CFatStorage) == 88 && expected == 88);
-    const auto slot = [](auto function) {
-        uintptr_t words[2];  // of a pointer to a virtual function: 1 + its offset in the table
-        static_assert(sizeof(words) == sizeof(function));
-        std::memcpy(words, &function, sizeof(words));
-        return words[0] / sizeof(void*);
-    };
-    EXPECT_TRUE(slot(&Probe::OpenDevice) == 0 && slot(&Probe::CloseDevice) == 1 &&
-                slot(&Probe::IsDbrOk) == 2 && slot(&Probe::GetBytesPerSector) == 3 &&
-                slot(&Probe::PrepareDevice) == 4);
 }
 
 TEST(BootSector, IsAcceptedOrRefused) {

@@ -19,7 +19,8 @@ static_assert(offsetof(FatFileInfo, lastAccessTimeLow) == 12);
 static_assert(offsetof(FatFileInfo, lastWriteTimeLow) == 20);
 static_assert(offsetof(FatFileInfo, sizeHigh) == 28 && offsetof(FatFileInfo, sizeLow) == 32);
 static_assert(offsetof(FatFileInfo, longName) == 44 && offsetof(FatFileInfo, shortName) == 564);
-static_assert(sizeof(FatVolumeInfo) == 48 && offsetof(FatVolumeInfo, volumeLabel) == 24);
+static_assert(sizeof(FatVolumeInfo) == 52 && offsetof(FatVolumeInfo, volumeLabel) == 24);
+static_assert(offsetof(FatVolumeInfo, refusesChanges) == 48);
 
 // Says which of its virtual functions was called.
 class TellingStorage : public CFatStorage {
