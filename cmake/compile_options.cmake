@@ -10,7 +10,7 @@ endif()
 
 if(FATVOL_SANITIZE)
     target_compile_options(fatvol_options INTERFACE
-        -O1 -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        $<$<NOT:$<BOOL:${FATVOL_FUZZ}>>:-O1> -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(fatvol_options INTERFACE -fsanitize=address,undefined)
 endif()
 

@@ -39,7 +39,7 @@ public:
         WriteSectorsProc = &Transfer<CallKind::WriteSectors>;
     }
 
-private:
+protected:
     template <CallKind kind>
     static int Transfer(CVolumeStorage* storage, unsigned char* buffer, long long position,
                         unsigned int count) {
@@ -48,6 +48,7 @@ private:
         return self.Disk().Transfer({kind, position, count}, buffer, self.BytesPerSector);
     }
 
+private:
     bool isOpen = false;
 };
 
