@@ -13,6 +13,21 @@ namespace {
 
 constexpr char16_t Separator = u'\\';
 
+// Whether another open directory has clusters of this one: chains that meet end in one cluster. Two
+// listings of the same entries would write over each other's changes, and a directory that contains
+// itself would be loaded anew for each component of a path.
+bool MeetsOpenDirectory(const CFatFile& directory) {
+    const auto& live = directory.volume->liveObjects;
+    for (auto* link = live.next; directory.firstCluster != 0 && link != &live; link = link->next) {
+        const auto& other = static_cast<const CFatFile&>(*link);
+        if (&other != &directory && IsDirectory(other) && TotalClusters(other.runs) != 0 &&
+            LastCluster(other.runs) == LastCluster(directory.runs)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 void MakePathKeys(const char16_t* path, PathKeys* keys) {
@@ -43,7 +58,7 @@ FatStatus OpenItem(FatVolume& volume, const DirItem& item, FileReference* object
     }
     FatStatus status = InitFromItem(*opened, volume, item);
     if (Succeeded(status) && IsDirectory(*opened)) {
-        status = LoadDirListing(*opened);
+        status = MeetsOpenDirectory(*opened) ? STATUS_FILE_CORRUPT_ERROR : LoadDirListing(*opened);
     }
     if (Failed(status)) {
         return status == STATUS_NO_MEMORY ? status : STATUS_FILE_CORRUPT_ERROR;

@@ -50,7 +50,8 @@ FatStatus FindPathEntry(FatVolume& volume, const PathKeys& keys, FileReference* 
                         DirItem** item);
 
 // A new object for an item; a directory comes with its listing. STATUS_FILE_CORRUPT_ERROR when it
-// cannot be initialised or loaded, STATUS_NO_MEMORY.
+// cannot be initialised or loaded, or is a directory that shares clusters with another open one;
+// STATUS_NO_MEMORY.
 FatStatus OpenItem(FatVolume& volume, const DirItem& item, FileReference* object);
 
 // A walk along a path: the directory that it has reached, held, the rest of the path below that

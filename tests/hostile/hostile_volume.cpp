@@ -246,8 +246,8 @@ HostileVolume MakeHostileVolume(size_t kind, Input& input) {
         input.Pick(mutateFunctions)(input, target);
     }
     const uint32_t cut = mutations != 0 ? input.Byte() : 0;
-    return Finish(image, cut < 0xF0 ? image.sizeBytes : image.sizeBytes * (cut - 0xF0) / 16,
-                  mutations);
+    const uint64_t end = cut < 0xF0 ? image.sizeBytes : image.sizeBytes * (cut - 0xF0) / 16;
+    return Finish(image, end, mutations + (kind < smallVolumeKinds ? 0 : 1));
 }
 
 }  // namespace fatvol::test
