@@ -1,5 +1,7 @@
 #include "api/library_state.h"
 
+#include <algorithm>
+
 #include "platform/allocation.h"
 #include "volume/fat_volume.h"
 #include "volume/mount.h"
@@ -126,11 +128,45 @@ void LetGo(FileReference file) {
     }
 }
 
+namespace {
+
+std::uint32_t CountHolders(const CFatFile& object) {
+    std::uint32_t count = IsLinked<OpenObjectTag>(object) ? 1u : 0u;
+    count += object.volume && object.volume->rootDirectory == &object ? 1u : 0u;
+    for (const FileReference& file : Library->files.slots) {
+        count += file.get() == &object ? 1u : 0u;
+    }
+    for (const auto& find : Library->finds.slots) {
+        count += find && find->directory.get() == &object ? 1u : 0u;
+    }
+    return count;
+}
+
+bool AreReferencesSound(const FatVolume& volume) {
+    for (auto* link = volume.liveObjects.next; link != &volume.liveObjects; link = link->next) {
+        const auto& object = static_cast<const CFatFile&>(*link);
+        if (object.refCount != CountHolders(object)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool AreCursorsSound() {
+    return std::all_of(std::begin(Library->finds.slots), std::end(Library->finds.slots),
+                       [](const std::unique_ptr<FindRecord>& find) {
+                           return !find || !find->directory->volume || IsLinked(find->cursor);
+                       });
+}
+
+}  // namespace
+
 bool IsLibrarySound() {
     bool sound = IsSound(*RunArrayPool) && IsSound(*IndexNodePool) && IsSound(*SharedBlockCache) &&
-                 IsSound(Library->files) && IsSound(Library->finds);
+                 IsSound(Library->files) && IsSound(Library->finds) && AreCursorsSound() &&
+                 (!Library->currentVolume || IsMountedVolume(Library->currentVolume));
     for (const FatVolume* v = Library->mountedVolumes.get(); v; v = v->nextMounted.get()) {
-        sound = sound && (!IsUsable(v) || IsSound(*v));
+        sound = sound && (!IsUsable(v) || (IsSound(*v) && AreReferencesSound(*v)));
     }
     return sound;
 }

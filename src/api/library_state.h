@@ -24,6 +24,12 @@ struct FindRecord {
 using FileHandleTable = HandleTable<FileReference, 160>;
 using FindHandleTable = HandleTable<std::unique_ptr<FindRecord>, 32>;
 
+// Invariants:
+//  1. currentVolume is null or in the chain of mounted volumes.
+//  2. Between calls an object has a reference for each handle and find record on it, one for the
+//     open-object cache it is in, and one for being a root directory.
+//  3. The cursor of a find record is registered in the listing of its directory, unless that is
+//     detached.
 struct LibraryState {
     std::unique_ptr<BufferPool> runArrayPool;
     std::unique_ptr<BlockCache> blockCache;

@@ -238,6 +238,16 @@ void TruncateFileBlocks(CFatFile& file, std::uint64_t sizeBytes) {
 
 namespace {
 
+constexpr std::uint32_t TailChecked = 4096;  // bytes; what goes wrong there begins at the end
+
+bool IsZeroPastData(const CFatFile& file, const CacheBlock& block) {
+    const std::uint64_t size = DataSize(file);
+    const std::uint64_t used = size > block.fileOffset ? size - block.fileOffset : 0;
+    const auto from = static_cast<std::uint32_t>(std::min<std::uint64_t>(used, CacheBlockSize));
+    const std::uint8_t* const end = block.data + std::min(from + TailChecked, CacheBlockSize);
+    return std::all_of(block.data + from, end, [](std::uint8_t byte) { return byte == 0; });
+}
+
 bool IsChainSound(const CFatFile& file, const BlockIndexNode* node, std::uint32_t bucket,
                   std::uint32_t* blocks) {
     for (; node; node = node->next) {
@@ -249,7 +259,8 @@ bool IsChainSound(const CFatFile& file, const BlockIndexNode* node, std::uint32_
             const BlockIndexNode::Entry& entry = node->entries[i];
             if (entry.blockNumber % IndexBucketCount != bucket || entry.block->owner != &file ||
                 BlockNumber(entry.block->fileOffset) != entry.blockNumber ||
-                FindEntry(file.blocks, entry.blockNumber) != &entry || !IsLinked(*entry.block)) {
+                FindEntry(file.blocks, entry.blockNumber) != &entry || !IsLinked(*entry.block) ||
+                !IsZeroPastData(file, *entry.block)) {
                 return false;
             }
         }
@@ -279,7 +290,11 @@ bool IsSound(const BlockCache& cache) {
             return false;
         }
     }
-    return linked == cache.blocksTaken;
+    std::uint32_t free = cache.blocksTaken;
+    while (free < CacheBlockCount && !IsLinked(*cache.freeStack[free])) {
+        ++free;
+    }
+    return linked == cache.blocksTaken && free == CacheBlockCount;
 }
 
 }  // namespace fatvol

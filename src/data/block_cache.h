@@ -8,7 +8,7 @@
 //     index and in the recency list.
 //  2. A file has at most one block per block number.
 //  3. Only the last node of an index chain has fewer than 8 entries, and no node is empty.
-//  4. The bytes of a block past its file's data size were zero when it was filled.
+//  4. The bytes of a block past its file's data size are zero.
 #pragma once
 
 #include <cstdint>

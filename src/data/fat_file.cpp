@@ -119,9 +119,28 @@ void Detach(CFatFile& file, DirtyBlocks dirtyBlocks) {
     file.volume = nullptr;
 }
 
+namespace {
+
+bool AreClustersValid(const CFatFile& file) {
+    const ClusterRun* const runs = file.runs.runs;
+    for (std::uint32_t run = 1; run < file.runs.count; ++run) {
+        const std::uint64_t length = runs[run].endIndex - runs[run - 1].endIndex;
+        if (runs[run].startCluster < 2 ||
+            runs[run].startCluster + length > std::uint64_t{file.volume->clusterCount} + 2) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
 bool IsSound(const CFatFile& file) {
     if (!file.volume) {
         return true;
+    }
+    if (!AreClustersValid(file) || IsDirectory(file) != (file.listing != nullptr)) {
+        return false;
     }
     if (!IsSound(file.runs) || (file.listing && !IsSound(*file.listing)) ||
         !IsLinked<LiveObjectTag>(file)) {

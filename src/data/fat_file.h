@@ -9,10 +9,10 @@
 // Invariants, while `volume` is set:
 //  1. allocatedSize is that of the clusters in `runs`, or the size of the fixed root region.
 //  2. firstCluster is that of `entry`: FixedRootCluster for the fixed root alone, and 0 exactly
-//  when
-//     there are no clusters.
-//  3. listing is set exactly for a directory that was loaded.
+//     when there are no clusters.
+//  3. Between calls, listing is set exactly for a directory.
 //  4. The object is in liveObjects of its volume.
+//  5. Every cluster in `runs` is one of the volume's.
 #pragma once
 
 #include <cstdint>

@@ -90,7 +90,7 @@ bool IsSound(const OpenObjectCache& cache) {
             return false;
         }
     }
-    return linked == cache.count;
+    return linked == cache.count && CountKeys(cache.keys) == cache.count;
 }
 
 }  // namespace fatvol

@@ -5,6 +5,7 @@
 
 #include "platform/allocation.h"
 #include "storage/little_endian.h"
+#include "volume/fat_entry.h"
 #include "volume/fat_volume.h"
 
 namespace fatvol {
@@ -127,6 +128,25 @@ bool IsSound(const ClusterBitmap& bitmap) {
     const bool linkable = clear == 0 || from <= bitmap.lastLinkable + 1;
     return map.bitCount >= 2 && map.byteCount == (map.bitCount + 7) / 8 && firstClear >= 2 &&
            clear == bitmap.freeCount && bitmap.hint <= std::max(firstClear, 2u) && linkable;
+}
+
+bool AgreesWithFat(const FatVolume& volume) {
+    const FatTable& table = volume.fatTable;
+    const auto load = EntryFunctionsOf(volume.fatType).load;
+    for (auto* link = table.recency.next; link != &table.recency; link = link->next) {
+        const FatBlock& block = *static_cast<const FatCacheNode&>(*link).block;
+        const bool isWhole = volume.fatType == 12;  // the only block
+        const std::uint32_t first = isWhole ? 0 : block.blockIndex << table.entryShift;
+        const std::uint32_t entries = isWhole ? volume.clusterCount + 2 : 1u << table.entryShift;
+        const std::uint32_t end = std::min(first + entries, volume.clusterCount + 2);
+        for (std::uint32_t cluster = std::max(first, 2u); cluster < end; ++cluster) {
+            if (!IsBitSet(volume.clusterBitmap.map, cluster) &&
+                load(block, cluster) != FreeCluster) {
+                return false;
+            }
+        }
+    }
+    return true;
 }
 
 }  // namespace fatvol

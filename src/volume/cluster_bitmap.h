@@ -5,6 +5,8 @@
 //  2. freeCount is the number of clear bits.
 //  3. No cluster below hint is free.
 //  4. Clusters above lastLinkable have their bit set.
+//  5. The FAT entry of a cluster whose bit is clear is free. (The reverse fails for clusters that
+//     an undo had to leave behind.)
 #pragma once
 
 #include <cstdint>
@@ -36,7 +38,8 @@ void TakeClusters(ClusterBitmap& bitmap, std::uint32_t first, std::uint32_t coun
 // lastLinkable stay as they are.
 void ReleaseClusters(ClusterBitmap& bitmap, std::uint32_t first, std::uint32_t count);
 
-// Whether the invariants above hold.
+// Whether the invariants above hold; of the FAT, what is cached is compared.
 bool IsSound(const ClusterBitmap& bitmap);
+bool AgreesWithFat(const FatVolume& volume);
 
 }  // namespace fatvol

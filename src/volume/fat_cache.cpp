@@ -184,12 +184,17 @@ bool IsSound(const FatTable& table) {
             return false;
         }
     }
+    const auto listEnd = table.dirtyList.begin() + table.dirtyCount;
+    const auto listed = std::count_if(table.dirtyList.begin(), listEnd, [&](const FatBlock* block) {
+        const FatCacheNode* node = block ? FindNode(table, block->blockIndex) : nullptr;
+        return !block || (node && node->block.get() == block);
+    });
     std::uint32_t inBuckets = 0;
     for (std::uint32_t i = 0; table.buckets && i < FatBucketCount; ++i) {
         inBuckets += table.buckets[i] ? table.buckets[i]->count : 0;
     }
     return linked == inBuckets && linked == table.nodesInUse &&
-           table.dirtyCount <= FatDirtyCapacity;
+           table.dirtyCount <= FatDirtyCapacity && listed == table.dirtyCount;
 }
 
 }  // namespace fatvol

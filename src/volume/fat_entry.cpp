@@ -16,10 +16,11 @@ struct Entry12 {
     static FatStatus Find(FatVolume& volume, std::uint32_t cluster, EntryPlace* place) {
         const FatStatus status = GetFatBlock(volume, 0, 0, &place->block);
         if (Succeeded(status)) {
-            place->bytes = place->block->data + cluster * 3 / 2;
+            place->bytes = place->block->data + ByteInBlock(cluster);
         }
         return status;
     }
+    static std::uint32_t ByteInBlock(std::uint32_t cluster) { return cluster * 3 / 2; }
     static std::uint32_t Load(const std::uint8_t* bytes, std::uint32_t cluster) {
         const std::uint32_t word = LoadU16(bytes);
         return cluster % 2 != 0 ? word >> 4 : word & 0x0FFF;
@@ -33,20 +34,25 @@ struct Entry12 {
 };
 
 template <std::uint32_t Width>
+std::uint32_t ByteOfWhole(std::uint32_t cluster) {
+    return cluster % (FatBlockSize / Width) * Width;
+}
+
+template <std::uint32_t Width>
 FatStatus FindWholeBytes(FatVolume& volume, std::uint32_t cluster, EntryPlace* place) {
     const FatTable& table = volume.fatTable;
     const std::uint32_t index = cluster >> table.entryShift;
     const FatStatus status =
         GetFatBlock(volume, index, index << table.blockSectorShift, &place->block);
     if (Succeeded(status)) {
-        const std::uint32_t inBlock = cluster & ((1u << table.entryShift) - 1);
-        place->bytes = place->block->data + std::size_t{inBlock} * Width;
+        place->bytes = place->block->data + ByteOfWhole<Width>(cluster);
     }
     return status;
 }
 
 struct Entry16 {
     static constexpr auto Find = FindWholeBytes<2>;
+    static constexpr auto ByteInBlock = ByteOfWhole<2>;
     static std::uint32_t Load(const std::uint8_t* bytes, std::uint32_t) { return LoadU16(bytes); }
     static void Store(std::uint8_t* bytes, std::uint32_t, std::uint32_t value) {
         StoreU16(bytes, static_cast<std::uint16_t>(value));
@@ -56,6 +62,7 @@ struct Entry16 {
 // All 32 bits count, on reading and on writing.
 struct Entry32 {
     static constexpr auto Find = FindWholeBytes<4>;
+    static constexpr auto ByteInBlock = ByteOfWhole<4>;
     static std::uint32_t Load(const std::uint8_t* bytes, std::uint32_t) { return LoadU32(bytes); }
     static void Store(std::uint8_t* bytes, std::uint32_t, std::uint32_t value) {
         StoreU32(bytes, value);
@@ -98,16 +105,21 @@ bool Force(FatVolume& volume, std::uint32_t cluster, std::uint32_t value) {
     return true;
 }
 
+template <class Entry>
+std::uint32_t LoadOfBlock(const FatBlock& block, std::uint32_t cluster) {
+    return Entry::Load(block.data + Entry::ByteInBlock(cluster), cluster);
+}
+
 }  // namespace
 
 FatEntryFunctions EntryFunctionsOf(std::uint32_t fatType) {
     switch (fatType) {
         case 12:
-            return {Get<Entry12>, Set<Entry12>, Force<Entry12>};
+            return {Get<Entry12>, Set<Entry12>, Force<Entry12>, LoadOfBlock<Entry12>};
         case 16:
-            return {Get<Entry16>, Set<Entry16>, Force<Entry16>};
+            return {Get<Entry16>, Set<Entry16>, Force<Entry16>, LoadOfBlock<Entry16>};
         default:
-            return {Get<Entry32>, Set<Entry32>, Force<Entry32>};
+            return {Get<Entry32>, Set<Entry32>, Force<Entry32>, LoadOfBlock<Entry32>};
     }
 }
 

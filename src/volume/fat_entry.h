@@ -12,6 +12,8 @@ struct FatEntryFunctions {
     GetFatEntryFunction get;
     SetFatEntryFunction set;
     ForceFatEntryFunction force;
+    // The entry of a cluster in the block that holds it.
+    std::uint32_t (*load)(const FatBlock&, std::uint32_t cluster);
 };
 
 // The functions of a FAT type (12, 16 or 32).

@@ -96,6 +96,7 @@ bool IsSound(const FatVolume& volume) {
         }
     }
     return rootIsLive && IsSound(volume.fatTable) && IsSound(volume.clusterBitmap) &&
+           volume.clusterBitmap.map.bitCount == volume.clusterCount + 2 && AgreesWithFat(volume) &&
            IsSound(volume.openObjects);
 }
 
