@@ -69,6 +69,17 @@ FatStatus ChangeSizeOnly(const Resize& resize) {
     return status;
 }
 
+// The entry of an object's cluster in the FAT, which must be `expected`, or an end mark for
+// EndOfChain. It is another one where files of a damaged volume share clusters and one of them has
+// freed or relinked them: going on would put clusters in use that are free, or the reverse.
+FatStatus ReadLink(FatVolume& volume, std::uint32_t cluster, std::uint32_t expected,
+                   std::uint32_t* value) {
+    const FatStatus status = GetFatEntry(volume, cluster, value);
+    const bool isEnd = *value > BadClusterMark(volume.fatType);
+    const bool isExpected = expected == EndOfChain ? isEnd : *value == expected;
+    return Failed(status) || isExpected ? status : STATUS_FILE_CORRUPT_ERROR;
+}
+
 // The clusters that an object gains, and where they are attached.
 struct Addition {
     ClusterRunList clusters;
@@ -83,7 +94,7 @@ FatStatus PrepareGrowth(Resize& resize, Addition& added) {
     FatStatus status = Init(added.clusters);
     if (Succeeded(status) && object.runs.count > 1) {
         added.last = LastCluster(object.runs);
-        status = GetFatEntry(resize.volume, added.last, &added.lastValue);
+        status = ReadLink(resize.volume, added.last, EndOfChain, &added.lastValue);
     }
     if (Succeeded(status)) {
         status = AllocateClusters(resize.volume.clusterBitmap, count, added.clusters);
@@ -238,7 +249,12 @@ FatStatus Shrink(Resize& resize) {
         status = CopyTail(object.runs, tail, count);
     }
     if (Succeeded(status)) {
-        status = GetFatEntry(resize.volume, LastCluster(object.runs), &lastValue);
+        status = ReadLink(resize.volume, LastCluster(object.runs), EndOfChain, &lastValue);
+    }
+    if (Succeeded(status) && kept > 0) {
+        std::uint32_t link = 0;
+        status = ReadLink(resize.volume, ClusterOf(object.runs, kept - 1),
+                          ClusterOf(object.runs, kept), &link);
     }
     if (Failed(status)) {
         return status;
