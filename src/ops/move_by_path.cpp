@@ -48,12 +48,17 @@ void Repoint(ShortEntry (&dots)[DotEntryCount], const CFatFile& parent) {
 // The entries of an open directory may stand changed in the cache.
 FatStatus RepointOpen(CFatFile& directory, const CFatFile& parent) {
     ShortEntry dots[DotEntryCount]{};
-    const FatStatus status = ReadDirSlots(directory, 0, DotEntryCount, dots);
+    FatStatus status = ReadDirSlots(directory, 0, DotEntryCount, dots);
     if (Failed(status)) {
         return status;
     }
     Repoint(dots, parent);
-    return WriteDirSlots(directory, 0, DotEntryCount, dots);
+    status = WriteDirSlots(directory, 0, DotEntryCount, dots);
+    DirItem* const item = NextDirItem(*directory.listing, 1);
+    if (Succeeded(status) && item && item->slot == 1) {
+        item->entry = dots[1];
+    }
+    return status;
 }
 
 // The entries of a directory that is not open stand on the volume alone.

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "api/library_state.h"
+#include "dir/listing_check.h"
 #include "dir/short_name.h"
 #include "hostile_volume.h"
 #include "platform/clock.h"
@@ -355,7 +356,6 @@ void Host::Mount() {
     side.storage = storage;
     side.last = side.mounted = volume;
     totals.mounts += volume != nullptr;
-    areListingsInStep = areListingsInStep || !Library;
 }
 
 // What the host gets wrong from now on, or right again.
@@ -450,6 +450,9 @@ void Host::CheckState() {
     }
     for (const Side& side : sides) {
         const HostileDisk& disk = *side.volume.disk;
+        if (Library && side.mounted && areListingsInStep && !AreListingsInStep(*side.mounted)) {
+            Complain("a listing differs from its directory");
+        }
         if (!disk.hasLied && disk.counters.Breaches() != 0) {
             Complain("access outside the volume or out of order");
         }
