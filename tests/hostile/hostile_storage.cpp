@@ -1,82 +1,52 @@
 #include "hostile_storage.h"
 
-#include <cstdlib>
 #include <new>
 #include <stdexcept>
 
 namespace {
 
 uint64_t allocatedBytes = 0;
-bool isCounting = true;
-
-void Count(size_t size) {
-    allocatedBytes += isCounting ? size : 0;
-}
-
-}  // namespace
-
-// The linker leads the allocations of the library, and of the tests, here.
-extern "C" {
-void* __real_malloc(size_t size);
-void* __real_calloc(size_t count, size_t size);
-void* __real_realloc(void* memory, size_t size);
-void* __real__ZnwmRKSt9nothrow_t(size_t size, const std::nothrow_t& tag);
-void* __real__ZnamRKSt9nothrow_t(size_t size, const std::nothrow_t& tag);
-
-void* __wrap_malloc(size_t size) {
-    Count(size);
-    return __real_malloc(size);
-}
-void* __wrap_calloc(size_t count, size_t size) {
-    Count(count * size);
-    return __real_calloc(count, size);
-}
-void* __wrap_realloc(void* memory, size_t size) {
-    Count(size);
-    return __real_realloc(memory, size);
-}
-void* __wrap__ZnwmRKSt9nothrow_t(size_t size, const std::nothrow_t& tag) {
-    Count(size);
-    return __real__ZnwmRKSt9nothrow_t(size, tag);
-}
-void* __wrap__ZnamRKSt9nothrow_t(size_t size, const std::nothrow_t& tag) {
-    Count(size);
-    return __real__ZnamRKSt9nothrow_t(size, tag);
-}
-}
-
-namespace fatvol::test {
-namespace {
-
-HostileDisk& DiskOf(CVolumeStorage& storage) {
-    return static_cast<HostileDisk&>(static_cast<HostileStorage&>(storage).Disk());
-}
-
-// A host that found no other way to hand its disk to the callback than next to it.
+bool isCounting = true;  // not while the storage's own code runs
 uint32_t currentLie = 0;
 
-void LyingGetMpb(void* bootSector, void* mpb);
-
-struct GetMpbAccess : CFatStorage {
-    using CFatStorage::_GetMpb;
-};
-
-void LyingGetMpb(void* bootSector, void* mpb) {
-    GetMpbAccess::_GetMpb(bootSector, mpb);
-    auto* bytes = static_cast<uint8_t*>(mpb);
-    bytes[currentLie % 28] = static_cast<uint8_t>(bytes[currentLie % 28] + (currentLie >> 8));
+size_t Count(size_t size) {
+    allocatedBytes += isCounting ? size : 0;
+    return size;
 }
 
 }  // namespace
+
+// The linker leads the allocations of the library, and of the tests, here; not calloc, which the
+// library takes its cache of 64 MiB from, once.
+// clang-format off
+#define COUNTED(name, parameters, size, ...)     \
+    extern "C" void* __real_##name parameters;   \
+    extern "C" void* __wrap_##name parameters {  \
+        Count(size);                             \
+        return __real_##name(__VA_ARGS__);       \
+    }
+COUNTED(malloc, (size_t size), size, size)
+COUNTED(realloc, (void* memory, size_t size), size, memory, size)
+COUNTED(_ZnwmRKSt9nothrow_t, (size_t size, const std::nothrow_t& tag), size, size, tag)
+COUNTED(_ZnamRKSt9nothrow_t, (size_t size, const std::nothrow_t& tag), size, size, tag)
+// clang-format on
+
+namespace fatvol::test {
 
 uint64_t AllocatedBytes() {
     return allocatedBytes;
 }
 
+void HostileStorage::LyingGetMpb(void* bootSector, void* mpb) {
+    _GetMpb(bootSector, mpb);
+    auto& byte = static_cast<uint8_t*>(mpb)[currentLie % 28];
+    byte = static_cast<uint8_t>(byte + (currentLie >> 8));
+}
+
 template <CallKind kind>
 int HostileStorage::HostileTransfer(CVolumeStorage* storage, unsigned char* buffer,
                                     long long position, unsigned int count) {
-    HostileDisk& disk = DiskOf(*storage);
+    auto& disk = static_cast<HostileDisk&>(static_cast<HostileStorage*>(storage)->Disk());
     ++disk.storageCalls;
     if (disk.throwsInTransfers) {
         throw std::runtime_error("host");
@@ -94,28 +64,23 @@ int HostileStorage::HostileTransfer(CVolumeStorage* storage, unsigned char* buff
 }
 
 void HostileStorage::PrepareDevice() {
-    HostileDisk& disk = DiskOf(*this);
-    MemoryStorage::PrepareDevice();
-    if (disk.mpbLie != 0) {
-        currentLie = disk.mpbLie;
-        GetMpbProc = &LyingGetMpb;
-    }
-    ReadBytesProc = &HostileTransfer<CallKind::ReadBytes>;
-    WriteBytesProc = &HostileTransfer<CallKind::WriteBytes>;
-    ReadBytesAlignedProc = &HostileTransfer<CallKind::ReadAligned>;
-    WriteBytesAlignedProc = &HostileTransfer<CallKind::WriteAligned>;
-    ReadSectorsProc = &HostileTransfer<CallKind::ReadSectors>;
-    WriteSectorsProc = &HostileTransfer<CallKind::WriteSectors>;
+    const auto& disk = static_cast<HostileDisk&>(Disk());
+    currentLie = disk.mpbLie;
+    GetMpbProc = disk.mpbLie != 0 ? &LyingGetMpb : &_GetMpb;
     StorageTransferProc* const procs[] = {&ReadBytesProc,        &WriteBytesProc,
                                           &ReadBytesAlignedProc, &WriteBytesAlignedProc,
                                           &ReadSectorsProc,      &WriteSectorsProc};
-    if (disk.spoiltCallback == 8) {
-        throw std::runtime_error("host");
+    const StorageTransferProc functions[] = {
+        HostileTransfer<CallKind::ReadBytes>,   HostileTransfer<CallKind::WriteBytes>,
+        HostileTransfer<CallKind::ReadAligned>, HostileTransfer<CallKind::WriteAligned>,
+        HostileTransfer<CallKind::ReadSectors>, HostileTransfer<CallKind::WriteSectors>};
+    for (uint32_t i = 0; i < 6; ++i) {
+        *procs[i] = disk.spoiltCallback == i + 1 ? nullptr : functions[i];
     }
     if (disk.spoiltCallback == 7) {
         GetMpbProc = nullptr;
-    } else if (disk.spoiltCallback != 0) {
-        *procs[disk.spoiltCallback - 1] = nullptr;
+    } else if (disk.spoiltCallback == 8) {
+        throw std::runtime_error("host");
     }
 }
 

@@ -5,24 +5,22 @@
 
 namespace fatvol::test {
 
-// Bytes that the library has asked its allocators for, in all; what the storage's own code asks
-// for does not count.
+// Bytes that the library has asked its allocators for, in all.
 uint64_t AllocatedBytes();
 
+// The volume says that it has as many bytes as the disk; from `endBytes` on every access fails.
 struct HostileDisk : MemoryDisk {
-    // The volume says that it has `claimedBytes`; from `end` on every access fails.
     HostileDisk(uint64_t claimedBytes, uint64_t end, uint8_t fill)
         : MemoryDisk(claimedBytes, fill), endBytes(end) {}
 
     const uint64_t endBytes;
-    uint64_t storageCalls = 0;
-    uint64_t storagesMade = 0;
+    uint64_t storageCalls = 0, storagesMade = 0;
     // How the host breaks its word, none while 0:
     uint32_t spoiltCallback = 0;  // 1 to 7: PrepareDevice leaves this one null; 8: it throws
-    uint32_t mpbLie = 0;          // byte of the record, and in the next 8 bits what is added to it
+    uint32_t mpbLie = 0;          // byte of the record; in the next 8 bits what is added to it
     bool throwsInTransfers = false;
     bool transfersHalf = false;  // and says that it was all
-    bool hasLied = false;        // of its geometry or transfers, at any time
+    bool hasLied = false;        // at any time
 };
 
 class HostileStorage : public MemoryStorage {
@@ -34,6 +32,7 @@ private:
     template <CallKind kind>
     static int HostileTransfer(CVolumeStorage* storage, unsigned char* buffer, long long position,
                                unsigned int count);
+    static void LyingGetMpb(void* bootSector, void* mpb);
 };
 
 }  // namespace fatvol::test

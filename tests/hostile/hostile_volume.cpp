@@ -34,13 +34,13 @@ struct Template {
             builder.AddFile(directory, entryNames[0], std::vector<uint8_t>(700, 'f'));
             builder.AddFile(directory, entryNames[4], std::vector<uint8_t>(10, 'n'));
         }
-        builder.AddFile(inner, entryNames[5]);
         builder.AddFile(builder.root, entryNames[3],
                         std::vector<uint8_t>(5 * builder.geometry.clusterBytes - 7, 'b'), broken);
         for (const size_t directory : {builder.root, d, inner, e}) {
-            const uint64_t bytes =
-                directory == 0 && layout.fatType != 32 ? 512 : builder.geometry.clusterBytes;
-            for (uint32_t slot = 0; slot < std::min<uint64_t>(bytes / 32, 16); ++slot) {
+            const uint32_t count = builder.FirstCluster(directory) == 0
+                                       ? 16
+                                       : std::min(builder.geometry.clusterBytes / 32, 16U);
+            for (uint32_t slot = 0; slot < count; ++slot) {
                 slots.push_back(builder.SlotPosition(directory, slot));
             }
         }
@@ -50,22 +50,21 @@ struct Template {
     std::vector<uint64_t> slots;
 };
 
-// A directory with more slots than there may be, one of which is the directory itself.
+// A directory with more slots than there may be, some of which are the directory itself.
 void AddEndlessDirectory(ImageBuilder& builder) {
-    const uint32_t first = 50, perCluster = builder.geometry.clusterBytes / 32;
+    const uint32_t first = 50, count = std::min(builder.geometry.clusterCount - 50, 4000U);
     EntryOptions options;
-    for (uint32_t i = 0; i < std::min(builder.geometry.clusterCount - 50, 4000U); ++i) {
+    for (uint32_t i = 0; i < count; ++i) {
         options.clusters.push_back(first + i);
     }
     builder.AddDirectory(builder.root, u"EMPTY", options);
-    for (uint32_t slot = 2; slot < 6 * perCluster; ++slot) {
-        ShortName shortName = *PlainShortName(u"F0000000.Z");
-        for (uint32_t digit = 7, rest = slot; rest != 0; rest /= 10) {
-            shortName[digit--] = static_cast<uint8_t>('0' + rest % 10);
+    for (uint32_t slot = 2; slot < 6 * builder.geometry.clusterBytes / 32; ++slot) {
+        ShortName name = *PlainShortName(slot % 1000 == 2 ? u"EMPTY" : u"F0000000.Z");
+        for (uint32_t digit = 7, rest = slot; slot % 1000 != 2 && rest != 0; rest /= 10) {
+            name[digit--] = static_cast<uint8_t>('0' + rest % 10);
         }
-        const bool isSelf = slot % 1000 == 2;
-        const Slot entry = isSelf ? MakeShortEntry(*PlainShortName(u"EMPTY"), 0x10, first, 0)
-                                  : MakeShortEntry(shortName, 0x20, slot % 60, slot);
+        const Slot entry = slot % 1000 == 2 ? MakeShortEntry(name, 0x10, first, 0)
+                                            : MakeShortEntry(name, 0x20, slot % 60, slot);
         builder.disk.Write(builder.geometry.ClusterPosition(first) + slot * 32, entry.data(), 32);
     }
 }
@@ -81,138 +80,114 @@ const Template& TemplateOf(size_t kind) {
     return *templates[kind];
 }
 
-// What a mutation works on.
-struct Target {
+struct Mutator {
+    Input& input;
     MemoryDisk& disk;
     const Geometry& geometry;
     const std::vector<uint64_t>& slots;
-    uint64_t endBytes;
 
-    uint64_t Slot(Input& input) const { return slots[input.Below(slots.size())]; }
-    uint32_t Cluster(Input& input) const {
-        const uint32_t selector = input.Byte();
-        return 2 + (selector < 0xC0 ? selector % 64 : static_cast<uint32_t>(input.Take(2))) %
-                       geometry.clusterCount;
+    uint32_t Cluster() {
+        const uint32_t number = input.Byte();
+        const auto any = number < 0xC0 ? number % 64 : static_cast<uint32_t>(input.Take(2));
+        return 2 + any % geometry.clusterCount;
     }
+    // At and next to what limits there are, next to what stood there, or anything.
+    uint32_t Value(uint32_t current) {
+        const uint32_t count = geometry.clusterCount, bad = geometry.badMark;
+        const uint32_t limits[] = {0,       1,         2,          3,         4,       0x7F,
+                                   0x80,    0xFF,      0x100,      0x1000,    0x7FFF,  0x8000,
+                                   0xFFFF,  65536,     1U << 31,   ~0U,       ~0U - 1, count - 1,
+                                   count,   count + 1, count + 2,  count + 3, bad - 1, bad,
+                                   bad + 1, bad + 8,   0x0FFFFFFF, 4086,      65525,   0x7FFFFFFF};
+        const uint32_t number = input.Byte();
+        return number < 0x80   ? limits[number % std::size(limits)]
+               : number < 0xA0 ? current + number - 0x90
+               : number < 0xE0 ? Cluster()
+                               : static_cast<uint32_t>(input.Take(4));
+    }
+    void Put(uint64_t position, uint32_t value, uint32_t size) {
+        uint8_t bytes[4];
+        Put32(bytes, value);
+        disk.Write(position, bytes, size);
+    }
+    void Mutate();
+    void PutLongName(uint64_t slot);
+    void PutChain(uint64_t slot);
 };
 
-// At and next to what limits there are, next to what stood there, or anything.
-uint32_t Value(Input& input, const Target& target, uint32_t current) {
-    const uint32_t count = target.geometry.clusterCount, bad = target.geometry.badMark;
-    const uint32_t limits[] = {0,         1,       2,          3,          4,         0x7F,
-                               0x80,      0xFF,    0x100,      0x1000,     0x7FFF,    0x8000,
-                               0xFFFF,    0x10000, 0x7FFFFFFF, 1U << 31,   ~0U,       ~0U - 1,
-                               count - 1, count,   count + 1,  count + 2,  count + 3, bad - 1,
-                               bad,       bad + 1, bad + 8,    0x0FFFFFFF, 4086,      65525};
-    const uint32_t selector = input.Byte();
-    if (selector < 0x80) {
-        return limits[selector % std::size(limits)];
-    }
-    return selector < 0xA0   ? current + selector - 0x90
-           : selector < 0xE0 ? target.Cluster(input)
-                             : static_cast<uint32_t>(input.Take(4));
-}
-
-void PutBytes(const Target& target, uint64_t position, uint32_t value, uint32_t size) {
-    uint8_t bytes[4];
-    Put32(bytes, value);
-    target.disk.Write(position, bytes, size);
-}
-
-void MutateBootSector(Input& input, const Target& target) {
-    static constexpr struct {
-        uint32_t offset, size;
-    } fields[] = {{0, 1},  {11, 2}, {13, 1}, {14, 2}, {16, 1}, {17, 2}, {19, 2}, {21, 1},
-                  {22, 2}, {32, 4}, {36, 4}, {40, 2}, {42, 2}, {44, 4}, {48, 2}, {510, 2}};
-    const auto& [offset, size] = input.Pick(fields);
-    std::vector<uint8_t> boot = target.disk.Read(0, 512);
-    boot.resize(516);
-    PutBytes(target, offset, Value(input, target, Get32(&boot[offset])), size);
-}
-
-void MutateLink(Input& input, const Target& target) {
-    const uint32_t cluster = target.Cluster(input);
-    const uint32_t value = Value(input, target, cluster);
-    for (uint32_t copy = 0; copy < std::min(target.geometry.fatCount, 2U); ++copy) {
-        PutFatEntry(target.disk, target.geometry, cluster, value, copy);
-    }
-}
-
-void MutateSlotByte(Input& input, const Target& target) {
-    const uint64_t slot = target.Slot(input);
-    PutBytes(target, slot + input.Below(32), input.Byte(), 1);
-}
-
-void MutateSlotCluster(Input& input, const Target& target) {
-    const uint64_t slot = target.Slot(input);
-    const uint32_t value = Value(input, target, 2);
-    PutBytes(target, slot + 20, value >> 16, 2);
-    PutBytes(target, slot + 26, value, 2);
-}
-
-void MutateSlotSize(Input& input, const Target& target) {
-    const uint64_t slot = target.Slot(input);
-    PutBytes(target, slot + 28, Value(input, target, Get32(target.disk.Read(slot + 28, 4).data())),
-             4);
-}
-
-// An entry of a name that the calls ask for: file or directory, of any cluster.
-void PutEntry(Input& input, const Target& target) {
-    const uint64_t slot = target.Slot(input);
-    const auto name = *PlainShortName(entryNames[input.Below(4)]);
-    const uint8_t attributes = input.Byte();
-    const uint32_t cluster = Value(input, target, 2);
-    const auto entry = MakeShortEntry(name, attributes, cluster, Value(input, target, 1));
-    target.disk.Write(slot, entry.data(), entry.size());
-}
-
-// A run of long-name entries with, it may be, one byte of it wrong or one entry missing.
-void PutLongName(Input& input, const Target& target) {
-    uint64_t slot = target.Slot(input);
+// A run of long-name entries with one byte of it wrong and, it may be, one entry missing.
+void Mutator::PutLongName(uint64_t slot) {
     const ShortName name = *PlainShortName(u"ALIAS.TXT");
-    const uint32_t length = input.Byte() % 64 == 0 ? 260 : 1 + input.Byte() % 60;
-    auto run = MakeLongEntries(std::u16string(length, u'l'), NameChecksum(name.data()));
-    run.push_back(MakeShortEntry(name, 0x20, target.Cluster(input), 5));
+    const uint32_t number = input.Byte();
+    const std::u16string longName(number < 0xF0 ? 1 + number % 60 : 260, u'l');
+    auto run = MakeLongEntries(longName, NameChecksum(name.data()));
+    run.push_back(MakeShortEntry(name, 0x20, Cluster(), 5));
     auto& spoilt = run[input.Below(run.size())];
     spoilt[input.Below(32)] ^= input.Byte();
     const size_t omitted = input.Byte();
-    for (size_t i = 0; i < run.size() && slot + 32 <= target.endBytes; ++i) {
+    for (size_t i = 0; i < run.size() && slot + 32 <= disk.sizeBytes; ++i) {
         if (i != omitted) {
-            target.disk.Write(slot, run[i].data(), 32);
+            disk.Write(slot, run[i].data(), 32);
             slot += 32;
         }
     }
 }
 
-void PutRawBytes(Input& input, const Target& target) {
-    const uint64_t position = input.Take(3) % (target.endBytes - 8);
-    const auto bytes = input.Span(input.Below(8));
-    target.disk.Write(position, bytes.data(), bytes.size());
-}
-
 // A chain of consecutive clusters, in which an entry is repeated over and over.
-void PutChain(Input& input, const Target& target) {
-    const uint32_t first = target.Cluster(input);
-    const uint32_t last =
-        first + std::min<uint32_t>(input.Byte(), target.geometry.clusterCount + 1 - first);
-    const auto entry = target.disk.Read(target.Slot(input), 32);
+void Mutator::PutChain(uint64_t slot) {
+    const uint32_t first = Cluster();
+    const uint32_t last = std::min(first + input.Byte(), geometry.clusterCount + 1);
+    const auto entry = disk.Read(slot, 32);
     for (uint32_t cluster = first; cluster <= last; ++cluster) {
-        const uint32_t next = cluster < last ? cluster + 1 : Value(input, target, 0x0FFFFFFF);
-        PutFatEntry(target.disk, target.geometry, cluster, next, 0);
-        const uint64_t position = target.geometry.ClusterPosition(cluster);
-        for (uint32_t at = 0; at < std::min(target.geometry.clusterBytes, 512U); at += 32) {
-            target.disk.Write(position + at, entry.data(), 32);
+        const uint32_t next = cluster < last ? cluster + 1 : Value(0x0FFFFFFF);
+        PutFatEntry(disk, geometry, cluster, next, 0);
+        for (uint32_t at = 0; at < std::min(geometry.clusterBytes, 512U); at += 32) {
+            disk.Write(geometry.ClusterPosition(cluster) + at, entry.data(), 32);
         }
     }
 }
 
-using Mutate = void (*)(Input&, const Target&);
-constexpr Mutate mutateFunctions[] = {
-    MutateBootSector, MutateLink,  MutateSlotByte, MutateSlotCluster, MutateSlotSize,
-    PutEntry,         PutLongName, PutRawBytes,    PutChain,          MutateLink};
+void Mutator::Mutate() {
+    static constexpr uint32_t fields[][2] = {{0, 1},  {11, 2}, {13, 1}, {14, 2}, {16, 1}, {17, 2},
+                                             {19, 2}, {21, 1}, {22, 2}, {32, 4}, {36, 4}, {40, 2},
+                                             {42, 2}, {44, 4}, {48, 2}, {508, 4}};
+    const size_t kind = input.Below(10);
+    const uint64_t slot = slots[input.Below(slots.size())];
+    if (kind == 0) {
+        const auto& [offset, size] = input.Pick(fields);
+        Put(offset, Value(Get32(disk.Read(offset, 4).data())), size);
+    } else if (kind <= 2) {
+        const uint32_t cluster = Cluster(), value = Value(cluster);
+        for (uint32_t copy = 0; copy < geometry.fatCount; ++copy) {
+            PutFatEntry(disk, geometry, cluster, value, copy);
+        }
+    } else if (kind == 3) {
+        const size_t offset = input.Below(32);
+        Put(slot + offset, input.Byte(), 1);
+    } else if (kind == 4) {
+        const uint32_t cluster = Value(2);
+        Put(slot + 20, cluster >> 16, 2);
+        Put(slot + 26, cluster, 2);
+    } else if (kind == 5) {
+        Put(slot + 28, Value(Get32(disk.Read(slot + 28, 4).data())), 4);
+    } else if (kind == 6) {
+        const ShortName name = *PlainShortName(entryNames[input.Below(4)]);
+        const uint8_t attributes = input.Byte();
+        const uint32_t cluster = Value(2);
+        const auto entry = MakeShortEntry(name, attributes, cluster, Value(1));
+        disk.Write(slot, entry.data(), entry.size());
+    } else if (kind == 7) {
+        PutLongName(slot);
+    } else if (kind == 8) {
+        const uint64_t position = input.Take(3) % (disk.sizeBytes - 8);
+        const auto bytes = input.Span(input.Below(8));
+        disk.Write(position, bytes.data(), bytes.size());
+    } else {
+        PutChain(slot);
+    }
+}
 
-// The volume is as large as it says, though nothing may be there beyond its first `endBytes`.
-HostileVolume Finish(const MemoryDisk& image, uint64_t endBytes, uint32_t mutations) {
+HostileVolume Finish(const MemoryDisk& image, uint64_t endBytes, bool isSound) {
     const Geometry geometry = ReadGeometry(image);
     const uint64_t claimed = uint64_t{geometry.totalSectors} * geometry.bytesPerSector;
     auto disk =
@@ -220,34 +195,30 @@ HostileVolume Finish(const MemoryDisk& image, uint64_t endBytes, uint32_t mutati
     disk->Restore(image.Snapshot());
     disk->dataPosition = geometry.dataPosition;
     disk->clusterBytes = geometry.clusterBytes;
-    return {std::move(disk), std::max(geometry.clusterBytes, 128U), mutations};
-}
-
-HostileVolume MakeRawVolume(Input& input) {
-    MemoryDisk image(2048 + 128 * input.Take(2));
-    const auto bytes = input.Span(std::min<uint64_t>(input.Take(2), image.sizeBytes));
-    image.Write(0, bytes.data(), bytes.size());
-    return Finish(image, image.sizeBytes, 1);
+    return {std::move(disk), isSound};
 }
 
 }  // namespace
 
 HostileVolume MakeHostileVolume(size_t kind, Input& input) {
     if (kind == smallVolumeKinds - 1) {
-        return MakeRawVolume(input);
+        MemoryDisk image(2048 + 128 * input.Take(2));
+        const auto bytes = input.Span(std::min<uint64_t>(input.Take(2), image.sizeBytes));
+        image.Write(0, bytes.data(), bytes.size());
+        return Finish(image, image.sizeBytes, false);
     }
     const Template& source = TemplateOf(kind);
-    MemoryDisk image(source.builder.disk.sizeBytes, source.builder.disk.fillByte);
+    MemoryDisk image(source.builder.disk.sizeBytes);
     image.Restore(source.builder.disk.Snapshot());
-    const Target target{image, source.builder.geometry, source.slots, image.sizeBytes};
+    Mutator mutator{input, image, source.builder.geometry, source.slots};
     const uint8_t number = input.Byte();
     const uint32_t mutations = number % (number < 0xC0 ? 5U : 16U);
     for (uint32_t i = 0; i < mutations; ++i) {
-        input.Pick(mutateFunctions)(input, target);
+        mutator.Mutate();
     }
     const uint32_t cut = mutations != 0 ? input.Byte() : 0;
     const uint64_t end = cut < 0xF0 ? image.sizeBytes : image.sizeBytes * (cut - 0xF0) / 16;
-    return Finish(image, end, mutations + (kind < smallVolumeKinds ? 0 : 1));
+    return Finish(image, end, mutations == 0 && kind < smallVolumeKinds);
 }
 
 }  // namespace fatvol::test

@@ -14,8 +14,7 @@ inline constexpr size_t smallVolumeKinds = 8, volumeKinds = 10;
 
 struct HostileVolume {
     std::unique_ptr<HostileDisk> disk;
-    uint64_t clusterBytes = 0;  // at least 128
-    uint32_t mutations = 0;
+    bool isSound;
 };
 
 // A volume of a kind, mutated as the input says: a count, and that many mutations. The last of the
