@@ -46,6 +46,10 @@ FatStatus MountVolume(FatVolume& volume) {
     if (Failed(status)) {
         return status;
     }
+    if (mpb.BPB_BytsPerSec != volume.storage->BytesPerSector) {
+        // The host would transfer sectors of another size than those that buffers are made for.
+        return STATUS_UNRECOGNIZED_VOLUME;
+    }
     std::uint32_t rootCluster = 0;
     std::uint32_t rootDirectorySize = 0;
     status = ComputeGeometry(volume, mpb, &rootCluster, &rootDirectorySize);

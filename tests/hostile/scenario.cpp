@@ -89,7 +89,7 @@ const char16_t* Host::AnyPath(std::u16string& path) {
     path.clear();
     if (form >= 0xFC) {
         for (size_t left = input.Below(40); left > 0; --left) {
-            path += static_cast<char16_t>(form == 0xFC ? input.Take(2) : input.Byte());
+            path += static_cast<char16_t>(form == 0xFC ? input.Take(2) % 0xFFFF : input.Byte());
         }
     } else if (form >= 0xF8) {  // deep, up to the limit and beyond
         const char16_t* const name = input.Pick(entryNames);
@@ -151,7 +151,7 @@ void Host::Transfer(int handle) {
     const long long offset =
         kind < 0x80 ? input.Pick(offsets) : static_cast<long long>(input.Take(2));
     std::vector<uint8_t> small(count < 5000 ? count : 0);
-    uint8_t* const buffer = OrNull(count < 5000 ? *small.data() : *large);
+    uint8_t* const buffer = input.Byte() >= 0xFA ? nullptr : count < 5000 ? small.data() : large;
     unsigned int done = 0;
     unsigned int* const told = OrNull(done);
     if (kind % 4 >= 2 && Fat_IsDir(handle)) {
