@@ -25,3 +25,21 @@ function(windows_test name script)
         FIXTURES_REQUIRED wine TIMEOUT 300 LABELS windows SKIP_RETURN_CODE 77)
 endfunction()
 windows_test(imports imports_test.sh ${CMAKE_OBJDUMP} $<TARGET_FILE_DIR:fatvol>)
+
+# The same from this machine's own build: what both write and show is compared.
+set(FATVOL_NATIVE_BUILD ${PROJECT_SOURCE_DIR}/build/release CACHE PATH
+    "A build for this machine, with the targets fatvol, first_host and fatvol_fixed_clock")
+set(work ${CMAKE_CURRENT_BINARY_DIR}/work)
+windows_test(same_image same_image_test.sh ${FATVOL_NATIVE_BUILD}
+    $<TARGET_FILE_DIR:fatvol_fixed_clock>/fatvol.exe ${work}/same_image ${wine})
+windows_test(same_listing same_listing_test.sh ${FATVOL_NATIVE_BUILD}
+    $<TARGET_FILE:first_host> ${work}/same_listing ${wine})
+windows_test(tool tool_test.sh $<TARGET_FILE:fatvol> ${work}/tool ${wine})
+
+# A host of MSVC's kind, as far as it can be made here: by a compiler that has the same names, class
+# layout and calls, linked to the library by the .def file.
+find_program(CLANG clang++)
+find_program(LLD_LINK lld-link)
+find_program(LLVM_DLLTOOL NAMES llvm-dlltool llvm-dlltool-14 PATHS /usr/lib/llvm-14/bin)
+windows_test(msvc_host msvc_host_test.sh ${PROJECT_SOURCE_DIR}/src/api $<TARGET_FILE:fatvol_shared>
+    "${CLANG}" "${LLD_LINK}" "${LLVM_DLLTOOL}" ${work}/msvc_host ${wine})

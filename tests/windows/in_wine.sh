@@ -6,8 +6,9 @@ set -eu
 WINEPREFIX=$1
 shift
 unset DISPLAY WAYLAND_DISPLAY
-# No locale means code page 1252 there. Neither a browser nor another runtime is to be installed.
-export WINEPREFIX WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml=' LC_ALL=C
+# Names of files are UTF-8 and the code page is 1252: C.UTF-8 names no language. Neither a browser nor
+# another runtime is to be installed.
+export WINEPREFIX WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml=' LC_ALL=C.UTF-8
 PATH=$PATH:/usr/lib/wine
 
 if [ "$1" = --wait ]; then

@@ -133,6 +133,7 @@ private:
     friend class LocalDirectory;
     std::intptr_t handle_ = -1;
     std::intptr_t directory_ = -1;  // of the LocalDirectory, which outlives this object
+    std::string place_;             // the same as a path, on systems without handles to start from
     std::string writtenName_;       // differs from name_ while another file stands in its place
     std::string name_;
 };
@@ -172,6 +173,7 @@ private:
     std::intptr_t handle_ = -1;
     bool isNew_ = false;
     std::string path_;
+    std::string place_;  // the path without links, on systems without handles to start from
 };
 
 // Whether an error code says that something of this name exists already.

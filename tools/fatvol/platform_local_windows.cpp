@@ -41,8 +41,8 @@ struct OwnedHandle {
     }
 };
 
-std::wstring MemberPath(std::intptr_t directory, const std::string& name) {
-    return PathOfHandle(directory) + L'\\' + WideFromUtf8(name);
+std::wstring MemberPath(const std::string& place, const std::string& name) {
+    return WideFromUtf8(JoinLocalPath(place, name));
 }
 
 int SetModified(std::intptr_t handle, std::time_t time) {
@@ -231,7 +231,7 @@ LocalFile::~LocalFile() {
         CloseHandle(FileOf(handle_));
     }
     if (!writtenName_.empty()) {
-        DeleteFileW(MemberPath(directory_, writtenName_).c_str());
+        DeleteFileW(MemberPath(place_, writtenName_).c_str());
     }
 }
 
@@ -258,8 +258,8 @@ int LocalFile::Commit() {
         return LastError();
     }
     if (writtenName_ != name_ &&
-        !MoveFileExW(MemberPath(directory_, writtenName_).c_str(),
-                     MemberPath(directory_, name_).c_str(), MOVEFILE_REPLACE_EXISTING)) {
+        !MoveFileExW(MemberPath(place_, writtenName_).c_str(), MemberPath(place_, name_).c_str(),
+                     MOVEFILE_REPLACE_EXISTING)) {
         return LastError();
     }
     writtenName_.clear();
@@ -282,11 +282,15 @@ int LocalDirectory::Open(const std::string& path) {
     if (handle_ == -1) {
         return LastError();
     }
-    return IsDirectory(path) ? 0 : ERROR_DIRECTORY;
+    place_ = Utf8FromWide(PathOfHandle(handle_));
+    if (place_.empty()) {  // not every file system tells
+        place_ = Utf8FromWide(WidePath(path));
+    }
+    return IsDirectory(place_) ? 0 : ERROR_DIRECTORY;
 }
 
 int LocalDirectory::OpenOrCreate(const LocalDirectory& parent, const std::string& name) {
-    const std::wstring path = MemberPath(parent.handle_, name);
+    const std::wstring path = MemberPath(parent.place_, name);
     isNew_ = CreateDirectoryW(path.c_str(), nullptr) != 0;
     if (!isNew_ && LastError() != ERROR_ALREADY_EXISTS) {
         return LastError();
@@ -294,6 +298,7 @@ int LocalDirectory::OpenOrCreate(const LocalDirectory& parent, const std::string
     const DWORD access = FILE_LIST_DIRECTORY | (isNew_ ? FILE_WRITE_ATTRIBUTES : 0);
     handle_ = OpenExisting(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, kAnyKindOrLink);
     path_ = JoinLocalPath(parent.path_, name);
+    place_ = JoinLocalPath(parent.place_, name);
     if (handle_ == -1) {
         return LastError();
     }
@@ -305,7 +310,7 @@ int LocalDirectory::OpenOrCreate(const LocalDirectory& parent, const std::string
 
 int LocalDirectory::CreateFile(const std::string& name, Existing existing, LocalFile* file) const {
     const auto create = [&](const std::string& newName) {
-        return ::CreateFileW(MemberPath(handle_, newName).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
+        return ::CreateFileW(MemberPath(place_, newName).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
                              nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
     };
     std::string writtenName = name;
@@ -320,13 +325,14 @@ int LocalDirectory::CreateFile(const std::string& name, Existing existing, Local
     }
     file->handle_ = reinterpret_cast<std::intptr_t>(created);
     file->directory_ = handle_;
+    file->place_ = place_;
     file->writtenName_ = writtenName;
     file->name_ = name;
     return 0;
 }
 
 bool LocalDirectory::Contains(const std::string& name) const {
-    return GetFileAttributesW(MemberPath(handle_, name).c_str()) != INVALID_FILE_ATTRIBUTES;
+    return GetFileAttributesW(MemberPath(place_, name).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 int LocalDirectory::SetModificationTime(std::time_t time) const {

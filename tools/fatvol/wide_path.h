@@ -14,7 +14,7 @@ std::string Utf8FromWide(std::wstring_view text);
 std::wstring WidePath(const std::string& path);
 
 // The path of an open directory, without links on the way: as long as it is open without shared
-// deletion, nothing can take its place there. Empty on failure.
+// deletion, nothing can take its place there. Empty when the system cannot tell.
 std::wstring PathOfHandle(std::intptr_t handle);
 
 }  // namespace tool::platform

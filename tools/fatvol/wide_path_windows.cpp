@@ -7,14 +7,14 @@ namespace tool::platform {
 
 namespace {
 
-// Calls a function that tells the length it needs, or 0 on failure.
+// Calls a function that tells the length it needs, with or without the terminator, or 0 on failure.
 template <typename Call>
 std::wstring FillString(Call call) {
     std::wstring text(MAX_PATH, L'\0');
     DWORD length = call(text.data(), static_cast<DWORD>(text.size()));
     if (length >= text.size()) {
-        text.resize(length);
-        length = call(text.data(), length);
+        text.resize(length + std::size_t{1});
+        length = call(text.data(), length + 1);
     }
     text.resize(length < text.size() ? length : 0);
     return text;
