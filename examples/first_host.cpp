@@ -48,7 +48,8 @@ private:
 std::string Utf8(const char16_t* units, std::size_t capacity) {
     const std::u16string name(units, capacity);
     try {
-        return std::filesystem::path(name.substr(0, name.find(u'\0'))).string();
+        const auto utf8 = std::filesystem::path(name.substr(0, name.find(u'\0'))).u8string();
+        return {utf8.begin(), utf8.end()};
     } catch (const std::exception&) {
         return "?";  // no valid UTF-16
     }

@@ -7,6 +7,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 buildPackages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev locales)
 volumePackages=(dosfstools mtools)
 judgePackages=(p7zip-full "${volumePackages[@]}")
+windowsPackages=(g++-mingw-w64-x86-64-posix wine64 googletest)
+windowsJudgePackages=(lld llvm)  # for a host of MSVC's kind
 checkPackages=(binutils clang clang-format clang-tidy diffutils "${judgePackages[@]}")
 
 # mkfs.fat and fsck.fat live where an ordinary user's path does not lead.
