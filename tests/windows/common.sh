@@ -19,5 +19,5 @@ need_native() {
 fresh_folder() {
     rm -rf "$1"
     mkdir -p "$1"
-    cd "$1"
+    cd "$1" || fail "no folder $1"
 }

@@ -41,16 +41,17 @@ change() {
     "$@" mv image /FILES/é.txt /FILES/É2.txt
     "$@" rm image '/FILES/Many/A long name, number 7.txt' '/FILES/Many/A long name, number 8.txt'
     "$@" truncate -s 70000 image /FILES/SHORT.TXT
+    "$@" touch -d '2024-02-29 12:34:56' image /FILES/SHORT.TXT  # truncate has its own clock
     "$@" put -f image files/Many /FILES
 }
 
 fresh_folder "$work"
 make_files
-for options in '-F 12 -s 4 -C image 2880' '-F 16 -s 4 -C image 20000' '-F 32 -s 1 -C image 40000'; do
+for options in '-F 12 -s 4 image 2880' '-F 16 -s 4 image 20000' '-F 32 -s 1 image 40000'; do
     for system in on_linux on_windows; do
         rm -f image
         # shellcheck disable=SC2086
-        mkfs.fat -i 12345678 --invariant $options >/dev/null
+        mkfs.fat --invariant -C $options >/dev/null
         change "$system"
         mv image "$system"
     done
