@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # tool_test.sh TOOL WORK_FOLDER WINE...
-# What the Windows tool does in its own way: arguments, long paths, local names, locks.
+# What the Windows tool does in its own way: arguments, long paths, local names, locks, Ctrl-C.
 set -euo pipefail
 # shellcheck source=tests/windows/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
@@ -53,6 +53,16 @@ sleep 4 | fatvol put image - /slow.txt &
 sleep 2
 refused 'used by another process\|[Ss]haring violation' ls image
 wait
+
+# Ctrl-C ends a wait for input; what was under way goes.
+status=0
+(head -c 5000000 /dev/zero && sleep 5) |
+    timeout --preserve-status --signal=INT 2 "${wine[@]}" "$tool" put image - '/From a pipe' \
+        2>message || status=$?
+[ "$status" -eq 1 ] || fail "interrupted with status $status"
+grep -q interrupted message || fail "no word of the interrupt: $(cat message)"
 fatvol ls image >output
+if grep 'From a pipe' output; then fail 'a partial file was left'; fi
+grep -q SLOW.TXT output || fail 'what came before is missing'
 fsck.fat -n image >report || fail "$(cat report)"
 rm -rf "$work"
