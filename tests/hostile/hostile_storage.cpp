@@ -1,41 +1,16 @@
 #include "hostile_storage.h"
 
-#include <new>
 #include <stdexcept>
 
-namespace {
-
-uint64_t allocatedBytes = 0;
-bool isCounting = true;  // not while the storage's own code runs
-uint32_t currentLie = 0;
-
-size_t Count(size_t size) {
-    allocatedBytes += isCounting ? size : 0;
-    return size;
-}
-
-}  // namespace
-
-// The linker leads the allocations of the library, and of the tests, here; not calloc, which the
-// library takes its cache of 64 MiB from, once.
-// clang-format off
-#define COUNTED(name, parameters, size, ...)     \
-    extern "C" void* __real_##name parameters;   \
-    extern "C" void* __wrap_##name parameters {  \
-        Count(size);                             \
-        return __real_##name(__VA_ARGS__);       \
-    }
-COUNTED(malloc, (size_t size), size, size)
-COUNTED(realloc, (void* memory, size_t size), size, memory, size)
-COUNTED(_ZnwmRKSt9nothrow_t, (size_t size, const std::nothrow_t& tag), size, size, tag)
-COUNTED(_ZnamRKSt9nothrow_t, (size_t size, const std::nothrow_t& tag), size, size, tag)
-// clang-format on
+#include "allocation_count.h"
 
 namespace fatvol::test {
 
-uint64_t AllocatedBytes() {
-    return allocatedBytes;
-}
+namespace {
+
+uint32_t currentLie = 0;
+
+}  // namespace
 
 void HostileStorage::LyingGetMpb(void* bootSector, void* mpb) {
     _GetMpb(bootSector, mpb);
@@ -56,11 +31,8 @@ int HostileStorage::HostileTransfer(CVolumeStorage* storage, unsigned char* buff
     if (end > disk.endBytes && end <= disk.sizeBytes) {
         return -9;
     }
-    isCounting = false;
-    const int status =
-        Transfer<kind>(storage, buffer, position, disk.transfersHalf ? count / 2 : count);
-    isCounting = true;
-    return status;
+    const UncountedAllocations pause;
+    return Transfer<kind>(storage, buffer, position, disk.transfersHalf ? count / 2 : count);
 }
 
 void HostileStorage::PrepareDevice() {

@@ -1,12 +1,9 @@
-// A storage whose host may break every promise, and what its calls cost.
+// A storage whose host may break every promise.
 #pragma once
 
 #include "support/memory_storage.h"
 
 namespace fatvol::test {
-
-// Bytes that the library has asked its allocators for, in all.
-uint64_t AllocatedBytes();
 
 // The volume says that it has as many bytes as the disk; from `endBytes` on every access fails.
 struct HostileDisk : MemoryDisk {

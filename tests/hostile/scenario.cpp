@@ -4,6 +4,7 @@
 #include <array>
 #include <climits>
 
+#include "allocation_count.h"
 #include "api/library_state.h"
 #include "dir/listing_check.h"
 #include "dir/short_name.h"
