@@ -212,7 +212,10 @@ void Host::ActOnVolume() {
     } else if (kind <= 3) {
         SetCurrentFileSystem(volume);
     } else if (kind == 4) {
-        side.mounted = Fat_Unmount(volume) && volume == side.mounted ? nullptr : side.mounted;
+        const bool isGone = Fat_Unmount(volume);
+        for (Side& each : sides) {  // a stale pointer may be the other one's by now
+            each.mounted = isGone && each.mounted == volume ? nullptr : each.mounted;
+        }
     } else if (kind <= 6) {
         Mount(side, number >= 0xE0);
     } else if (kind <= 8) {
