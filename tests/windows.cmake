@@ -3,6 +3,7 @@ find_path(GOOGLETEST_SOURCES googletest/CMakeLists.txt
     PATHS /usr/src/googletest NO_CMAKE_FIND_ROOT_PATH REQUIRED)
 set(INSTALL_GTEST OFF)
 set(CMAKE_POLICY_DEFAULT_CMP0069 NEW)  # links with link-time optimisation as the rest does
+add_link_options(-Wno-attributes)  # of googletest, at link time
 add_subdirectory(${GOOGLETEST_SOURCES}/googletest ${CMAKE_CURRENT_BINARY_DIR}/googletest
     EXCLUDE_FROM_ALL)
 
