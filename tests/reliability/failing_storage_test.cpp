@@ -1,6 +1,7 @@
 // The n-th storage call of the workload fails, once or with all that follow.
 #include <iostream>
 
+#include "volume/fat_volume.h"
 #include "workload.h"
 
 namespace fatvol::test {
@@ -78,6 +79,30 @@ TEST(SharedClusters, AreFreedOnce) {
         EXPECT_EQ(mounted.Info().freeClusters, 5000U);
     }
     EXPECT_TRUE(Fat_LibTerminate());
+}
+
+// Nothing that the workload does makes a volume uncertain, so this sets it.
+TEST_P(FailingStorage, UncertainVolumesAreOnlyRead) {
+    Session session(GetParam());
+    ASSERT_TRUE(session.Start());
+    const File file(u"D\\Long.File");
+    session.volume->isUncertain = true;
+    unsigned int done = 0;
+    FatFileInfo info{};
+    EXPECT_EQ(Fat_CreateFile(u"New", 0, 0), -1);
+    EXPECT_FALSE(Fat_CreateDir(u"New", 0) || Fat_DeleteFile(u"D\\SHORT") ||
+                 Fat_RenameFile(u"D", u"New") || Fat_MoveFile(u"D\\E", nullptr) ||
+                 Fat_SetFileSize(file.handle, 0) || Fat_SetFileAttribute(file.handle, &info) ||
+                 Fat_WriteFile(file.handle, 1, &info, &done) ||
+                 Fat_WriteFileEx(file.handle, 0, 1, &info, &done));
+    EXPECT_TRUE(ReadWhole(u"D\\Long.File") == Bytes(40000, 'f') && !List(u"").empty());
+    FatVolumeInfo old{};  // as callers of the first version have it
+    old.size = 48;
+    old.refusesChanges = 77;
+    EXPECT_TRUE(Fat_GetVolumeInfo(session.volume, &old));
+    EXPECT_EQ(old.refusesChanges, 77U);
+    session.ExpectRecovered();
+    EXPECT_TRUE(session.refused);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include "workload.h"
 
-#include <cstring>
 #include <fstream>
+#include <span>
 #include <sstream>
 
 #include "api/library_state.h"
@@ -20,10 +20,6 @@ uint8_t* Buffer() {
 std::u16string ParentOf(const std::u16string& path) {
     const size_t separator = path.rfind(u'\\');
     return separator == path.npos ? u"" : path.substr(0, separator);
-}
-
-std::u16string NameOf(const std::u16string& path) {
-    return path.substr(path.rfind(u'\\') + 1);
 }
 
 struct Start {
@@ -77,8 +73,8 @@ const Start& StartOf(uint32_t fatType) {
     }
     Start& start = starts.emplace(fatType, Start{BuildStart(fatType), {}}).first->second;
     for (const auto& [path, node] : FoldedTree(start.builder.disk)) {
-        const Bytes known(node.content.size(), 1);
-        start.model.nodes[path] = {node.IsDirectory(), node.Attributes(), node.content, known};
+        start.model.nodes[path] = {
+            node.IsDirectory(), node.Attributes(), {node.content.begin(), node.content.end()}};
     }
     return start;
 }
@@ -149,6 +145,15 @@ bool IsAtOrBelow(const std::u16string& path, const std::u16string& directory) {
     return path == directory || path.starts_with(directory + u"\\");
 }
 
+namespace {
+
+bool Holds(std::span<const int16_t> expected, const uint8_t* bytes) {
+    return std::equal(expected.begin(), expected.end(), bytes,
+                      [](int16_t a, uint8_t b) { return a == unknown || a == b; });
+}
+
+}  // namespace
+
 Tree FoldedTree(const MemoryDisk& disk) {
     Tree tree = ReadTree(disk, 1U << 20), folded;
     while (!tree.empty()) {
@@ -165,12 +170,10 @@ std::string Difference(const ModelNode& expected, const Tree& actual, const std:
         return Printable(path) + " is missing\n";
     }
     const TreeNode& node = found->second;
-    bool isSame = node.IsDirectory() == expected.isDirectory &&
-                  (node.Attributes() & 0x27) == (expected.attributes & 0x27) &&
-                  node.content.size() == expected.content.size();
-    for (size_t i = 0; isSame && i < expected.content.size(); ++i) {
-        isSame = expected.known[i] == 0 || node.content[i] == expected.content[i];
-    }
+    const bool isSame = node.IsDirectory() == expected.isDirectory &&
+                        (node.Attributes() & 0x27) == (expected.attributes & 0x27) &&
+                        node.content.size() == expected.content.size() &&
+                        Holds(expected.content, node.content.data());
     return isSame ? "" : Printable(path) + " differs\n";
 }
 
@@ -259,24 +262,19 @@ void Session::RunAll() {
 
 // By offset, or in two parts by position.
 bool Session::Transfer(const Step& step, int handle) const {
-    const bool isRead = step.op != "write";
+    const bool isRead = step.op != "write", isByOffset = step.at % 2 == 0;
+    const uint32_t size = step.op == "sweep" ? sweepBytes : step.size;
+    const uint32_t half = isByOffset ? size : size / 2;
     unsigned int first = 0, second = 0;
-    bool done = false;
-    if (step.at % 2 == 0) {
-        const auto count = step.op == "sweep" ? sweepBytes : step.size;
-        done = isRead ? Fat_ReadFileEx(handle, step.at, count, Buffer(), &first)
-                      : Fat_WriteFileEx(handle, step.at, count, Buffer(), &first);
-        EXPECT_TRUE(!done || first == count);
-        return done;
-    }
     const auto next = [&](uint32_t from, uint32_t count, unsigned int* moved) {
         return isRead ? Fat_ReadFile(handle, count, Buffer() + from, moved)
                       : Fat_WriteFile(handle, count, Buffer() + from, moved);
     };
-    const uint32_t half = step.size / 2;
-    done = Fat_SetFileOffset(handle, step.at, 0) && next(0, half, &first) &&
-           next(half, step.size - half, &second);
-    EXPECT_TRUE(!done || first + second == step.size);
+    const bool done = !isByOffset ? Fat_SetFileOffset(handle, step.at, 0) &&
+                                        next(0, half, &first) && next(half, size - half, &second)
+                      : isRead ? Fat_ReadFileEx(handle, step.at, size, Buffer(), &first)
+                               : Fat_WriteFileEx(handle, step.at, size, Buffer(), &first);
+    EXPECT_TRUE(!done || first + second == size);
     return done;
 }
 
@@ -346,7 +344,7 @@ void Session::Tell(const Step& step, bool done) {
         }
     }
     if (step.op == "create" && done) {
-        model.nodes[path] = {false, 0x20, Bytes(step.size), Bytes(step.size)};
+        model.nodes[path] = {false, 0x20, std::vector(step.size, unknown)};
     }
     if (done) {
         Confirm(path);
@@ -356,23 +354,25 @@ void Session::Tell(const Step& step, bool done) {
     } else if (done && step.op == "rename") {
         Carry(path, JoinPath(ParentOf(path), target));
     } else if (done && step.op == "move") {
-        Carry(path, JoinPath(target, NameOf(path)));
+        Carry(path, JoinPath(target, path.substr(path.rfind(u'\\') + 1)));
     } else if (done && step.op == "delete") {
         model.nodes.erase(path);
-    } else if (step.op == "write") {
-        ModelNode& node = model.nodes[PathOf(step)];
-        std::fill_n(&node.known[step.at], step.size, done);
+    } else if (handles[step.slot] >= 0) {
+        TellContent(step, done, model.nodes[PathOf(step)]);
+    }
+}
+
+void Session::TellContent(const Step& step, bool done, ModelNode& node) {
+    if (step.op == "write" && done) {
         std::copy_n(Buffer(), step.size, &node.content[step.at]);
-    } else if (done && step.op == "resize") {
-        model.nodes[PathOf(step)].content.resize(step.size);
-        model.nodes[PathOf(step)].known.resize(step.size);
-    } else if (done && step.op == "attributes") {
-        model.nodes[PathOf(step)].attributes = static_cast<uint8_t>(step.size);
-    } else if (done && step.op == "read") {
-        const ModelNode& node = model.nodes[PathOf(step)];
-        for (uint32_t i = 0; i < step.size; ++i) {
-            ASSERT_TRUE(node.known[step.at + i] == 0 || Buffer()[i] == node.content[step.at + i]);
-        }
+    } else if (step.op == "write") {
+        std::fill_n(&node.content[step.at], step.size, unknown);
+    } else if (step.op == "resize" && done) {
+        node.content.resize(step.size, unknown);
+    } else if (step.op == "attributes" && done) {
+        node.attributes = static_cast<uint8_t>(step.size);
+    } else if (step.op == "read" && done) {
+        EXPECT_TRUE(Holds(std::span(node.content).subspan(step.at, step.size), Buffer()));
     }
 }
 

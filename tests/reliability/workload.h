@@ -35,12 +35,12 @@ struct FailurePoint {
     }
 };
 
-// Content as far as it is known: what a failed write covered, and what a longer file holds behind
-// its old end, is not.
+constexpr int16_t unknown = -1;  // a byte that a failed write covered, or behind a file's old end
+
 struct ModelNode {
     bool isDirectory = false;
     uint8_t attributes = 0;
-    Bytes content = {}, known = {};
+    std::vector<int16_t> content = {};
 };
 
 // Paths are upper case.
@@ -48,8 +48,7 @@ struct Model {
     std::map<std::u16string, ModelNode> nodes;
     std::set<std::u16string> maybe;  // directories that a failed call may have made on the way
 
-    // What a volume has otherwise, except that `isExcused` paths may be missing or differ; empty
-    // when nothing.
+    // What a volume has otherwise; empty when nothing.
     std::string Difference(const Tree& actual) const;
 };
 std::string Difference(const ModelNode& expected, const Tree& actual, const std::u16string& path);
@@ -80,6 +79,7 @@ public:
     const std::u16string& PathOf(const Step& step) const { return paths[step.slot]; }
 
     MemoryDisk disk;
+    FatVolume* volume = nullptr;
     Model model;
     FailurePoint point;  // of storage calls
     bool failReads = false, failWrites = false;
@@ -91,11 +91,11 @@ private:
     bool Execute(const Step& step);
     bool Transfer(const Step& step, int handle) const;
     void Tell(const Step& step, bool done);
+    void TellContent(const Step& step, bool done, ModelNode& node);
     void Confirm(std::u16string path);
     void Carry(const std::u16string& from, const std::u16string& to);
     bool Flush();
 
-    FatVolume* volume = nullptr;
     std::array<int, noSlot + 1> handles;  // the last one is always missing
     std::array<std::u16string, noSlot + 1> paths;
     uint8_t stepNumber = 0;
