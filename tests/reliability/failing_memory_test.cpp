@@ -58,7 +58,7 @@ TEST_P(FailingMemory, EveryFailureIsRecoveredFrom) {
         };
         const uint64_t count = run(0);
         const struct mallinfo2 before = mallinfo2();
-        ForEvents(count, 25, run);
+        ForEvents(count, 20, run);
         EXPECT_LE(mallinfo2().uordblks, before.uordblks + (1U << 16));
         std::cout << "FAT" << GetParam() << ", " << (onwards ? "from then on: " : "once: ")
                   << failed << " of " << count << " allocations failed in turn; " << lost

@@ -42,7 +42,7 @@ TEST_P(FailingStorage, EveryFailureIsToldAndRecoveredFrom) {
         };
         const uint64_t calls = run(0);
         EXPECT_EQ(lost, 0U);
-        ForEvents(calls, 8, run);
+        ForEvents(calls, 6, run);
         std::cout << "FAT" << GetParam() << ", " << failure.name << ": " << failed << " of "
                   << calls << " calls failed in turn; " << lost << " lost clusters; " << refusing
                   << " volumes refused changes\n";
@@ -60,7 +60,7 @@ TEST_P(FailingStorage, UnmountingOutlivesOneFailure) {
         session.ExpectUnmounted();
         return session.point.seen;
     };
-    ForEvents(run(0), 5, run);
+    ForEvents(run(0), 4, run);
 }
 
 // Two entries of a damaged volume share their clusters, which are given back once.

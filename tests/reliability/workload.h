@@ -107,7 +107,9 @@ private:
 template <class Action>
 void ForEvents(uint64_t count, uint64_t sample, Action action) {
     const bool isFull = std::getenv("FATVOL_RELIABILITY") != nullptr;
-    const uint64_t stride = isFull ? 1 : std::max<uint64_t>(count / sample, 1);
+    const uint64_t stride = isFull        ? 1
+                            : sample == 0 ? count + 1
+                                          : std::max<uint64_t>(count / sample, 1);
     for (uint64_t n = 1 + count % stride; n <= count; n += stride) {
         action(n);
     }

@@ -11,6 +11,7 @@ namespace fatvol::test {
 namespace {
 
 constexpr uint64_t maxDirectoryBytes = 65536 * 32;
+constexpr uint64_t fatChunk = 98304;  // bytes; whole entries of every type
 
 // A directory still to visit, with what its dot entries must hold.
 struct Visit {
@@ -37,6 +38,8 @@ struct Walker {
     Tree tree = {};
     std::vector<bool> used = {};
     std::vector<Visit> pending = {};
+    std::vector<uint8_t> nearFat = {};  // a part of the first FAT
+    uint64_t nearFatAt = 0;
     // Of the directory being visited:
     std::u16string directory = {};
     uint64_t slotPosition = 0;
@@ -84,10 +87,9 @@ struct Walker {
     }
 
     void CheckFats() {
-        constexpr uint64_t chunk = 98304;  // bytes; whole entries of every type
-        const uint64_t perChunk = chunk * 8 / geometry.fatType;
-        for (uint64_t at = 0, base = 0; at < geometry.fatBytes; at += chunk, base += perChunk) {
-            const uint64_t part = std::min(chunk, geometry.fatBytes - at);
+        const uint64_t perChunk = fatChunk * 8 / geometry.fatType;
+        for (uint64_t at = 0, base = 0; at < geometry.fatBytes; at += fatChunk, base += perChunk) {
+            const uint64_t part = std::min(fatChunk, geometry.fatBytes - at);
             std::vector<uint8_t> fat = disk.Read(geometry.FatPosition(0) + at, part);
             report.areFatsDifferent |=
                 geometry.fatCount > 1 && fat != disk.Read(geometry.FatPosition(1) + at, part);
@@ -124,6 +126,20 @@ struct Walker {
         }
     }
 
+    // The FAT entry of a cluster, from the part of the FAT that was read last if it is there.
+    uint32_t Next(uint32_t cluster) {
+        const uint64_t perChunk = fatChunk * 8 / geometry.fatType;
+        const uint64_t at = cluster / perChunk * fatChunk;
+        if (nearFat.empty() || nearFatAt != at) {
+            const uint64_t part = std::min(fatChunk, geometry.fatBytes - at);
+            nearFat = disk.Read(geometry.FatPosition(0) + at, part);
+            nearFat.resize(part + 4);
+            nearFatAt = at;
+        }
+        return DecodeFatEntry(nearFat.data(), geometry.fatType,
+                              static_cast<uint32_t>(cluster % perChunk));
+    }
+
     // The clusters of a chain. One that runs into clusters met before is followed no further than
     // the bytes asked for, which ends loops.
     std::vector<uint32_t> FollowChain(uint32_t first, uint64_t bytes, const std::u16string& path) {
@@ -142,7 +158,7 @@ struct Walker {
             }
             used[cluster] = true;
             chain.push_back(cluster);
-            cluster = GetFatEntry(disk, geometry, cluster);
+            cluster = Next(cluster);
         }
         return chain;
     }
