@@ -52,3 +52,31 @@ build() {
     (cd "$root" && cmake --preset "$preset" && cmake --build "build/$preset" -j "${JOBS:-2}" \
         ${1:+--target "$@"})
 }
+
+# run_stages SCRIPT STAGE...: checks that a function stage_STAGE exists for each stage, runs them all,
+# also after one has failed, and prints a summary. A stage that returns 77 was left out. Fails when
+# one has failed; exits with 2, before anything runs, when one is unknown.
+run_stages() {
+    local script=$1 stage summary="" failures=0 start status result
+    shift
+    for stage in "$@"; do
+        if ! declare -F "stage_$stage" >/dev/null; then
+            echo "$script: no stage is named '$stage'; the stages are: ${allStages[*]}" >&2
+            exit 2
+        fi
+    done
+    for stage in "$@"; do
+        printf '\n==== %s\n' "$stage"
+        start=$SECONDS
+        status=0
+        "stage_$stage" || status=$?
+        case $status in
+            0) result=passed ;;
+            77) result='LEFT OUT' ;;
+            *) result=FAILED failures=$((failures + 1)) ;;
+        esac
+        summary+=$(printf '%-8s %s in %d s' "$stage" "$result" $((SECONDS - start)))$'\n'
+    done
+    printf '\n==== Summary\n%s' "$summary"
+    [ "$failures" -eq 0 ]
+}

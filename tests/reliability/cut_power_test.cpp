@@ -43,8 +43,8 @@ struct Judge {
         flushed = &model;
         ownerOf.assign(geometry.clusterCount + 2, nullptr);
         for (const auto& [path, node] : tree) {
-            ForChain(disk, geometry, node,
-                     [&](uint32_t cluster) { ownerOf[cluster] = &model.nodes.find(path)->first; });
+            const std::u16string* const owner = &model.nodes.find(path)->first;
+            ForChain(disk, geometry, node, [&](uint32_t cluster) { ownerOf[cluster] = owner; });
         }
         changed.clear();
         carried.clear();
@@ -69,8 +69,10 @@ struct Judge {
             damage += isLost && IsUntouched(path) ? Printable(path) + " is damaged\n" : "";
             isCarriedLost |= isLost && !changed.contains(path);
         }
-        for (const auto& [path, node] : tree) {
-            ForChain(disk, geometry, path == u"HUGE" ? TreeNode{} : node, [&](uint32_t cluster) {
+        for (const auto& found : tree) {
+            const std::u16string& path = found.first;
+            const TreeNode& node = path == u"HUGE" ? TreeNode{} : found.second;
+            ForChain(disk, geometry, node, [&](uint32_t cluster) {
                 const std::u16string* owner = ownerOf[cluster];
                 damage += owner && *owner != path && IsUntouched(*owner)
                               ? Printable(path) + " shares with " + Printable(*owner) + "\n"
