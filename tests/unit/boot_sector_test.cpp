@@ -11,6 +11,12 @@ struct Probe : MemoryStorage {
     using CFatStorage::GetBytesPerSector;
     using CFatStorage::IsDbrOk;
     using CVolumeStorage::CaclSectorShift;
+    using CVolumeStorage::ReadBytes;
+    using CVolumeStorage::ReadBytesAligned;
+    using CVolumeStorage::ReadSectors;
+    using CVolumeStorage::WriteBytes;
+    using CVolumeStorage::WriteBytesAligned;
+    using CVolumeStorage::WriteSectors;
     using MemoryStorage::MemoryStorage;
 };
 
@@ -31,6 +37,18 @@ TEST(Storage, OpensOrSaysWhy) {
     EXPECT_EQ(probe.Open(nullptr), 0);
     EXPECT_TRUE(probe.BytesPerSector == 4096 && probe.SectorShift == 12);
     EXPECT_EQ(Probe(probe).DbrBuffer, probe.DbrBuffer);
+    // Each transfer goes to its own callback.
+    disk.beforeCall = nullptr;
+    disk.keepCalls = true;
+    uint8_t bytes[4096];
+    using Member = int (CVolumeStorage::*)(unsigned char*, long long, unsigned int);
+    int kind = 0;
+    for (const Member transfer :
+         {Member{&Probe::ReadBytes}, &Probe::WriteBytes, &Probe::ReadBytesAligned,
+          &Probe::WriteBytesAligned, &Probe::ReadSectors, &Probe::WriteSectors}) {
+        EXPECT_EQ((probe.*transfer)(bytes, 1, 1), 0);
+        EXPECT_EQ(disk.calls.back(), (Call{static_cast<CallKind>(kind++), 1, 1}));
+    }
     disk.closeResult = false;
     EXPECT_FALSE(probe.Close());
     builder.SetBootField(510, 2, 0x55AA);

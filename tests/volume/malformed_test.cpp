@@ -155,39 +155,5 @@ TEST_F(VolumeTest, ListsNoMoreThan65536Slots) {
     EXPECT_EQ(List(u"DIR").size(), 65534U);
 }
 
-// Bytes of FAT and directories that are anything: all calls end, and stay within the volume.
-TEST_F(VolumeTest, SurvivesDamage) {
-    for (uint64_t sequence = 0; sequence < 60; ++sequence) {
-        SCOPED_TRACE(sequence);
-        Rng rng(sequence);
-        const VolumeLayout layouts[] = {
-            {12, 512, 1, 3000, 1, 1}, {16, 256, 4, 5000}, {32, 512, 2, 4000}};
-        ImageBuilder builder(layouts[sequence % 3]);
-        FillRandomTree(builder, rng, 60, 30000);
-        std::vector<std::pair<uint64_t, uint64_t>> ranges = {
-            {builder.geometry.FatPosition(0), 2000}, {builder.SlotPosition(builder.root, 0), 512}};
-        for (const auto& [path, node] : builder.tree) {
-            if (node.IsDirectory()) {
-                ranges.emplace_back(builder.geometry.ClusterPosition(node.FirstCluster()), 512);
-            }
-        }
-        for (int i = 0; i < 100; ++i) {
-            const auto& [position, size] = ranges[Below(rng, ranges.size())];
-            const auto byte = static_cast<uint8_t>(Below(rng, 2) == 0 ? rng() : Below(rng, 3));
-            builder.disk.Write(position + Below(rng, size), &byte, 1);
-        }
-        if (FatVolume* volume = Fat_Mount(new MemoryStorage(builder.disk), nullptr)) {
-            Tree tree;
-            ListTree(tree, 500);
-            for (const auto& [path, node] : tree) {
-                WriteAt(File(path).handle, 0, Bytes(1000));
-            }
-            EXPECT_TRUE(Fat_Unmount(volume));
-        }
-        EXPECT_EQ(builder.disk.counters.Breaches(), 0U);
-        EXPECT_EQ(builder.disk.counters.destroyed, 1U);
-    }
-}
-
 }  // namespace
 }  // namespace fatvol::test
