@@ -93,18 +93,39 @@ std::uint32_t ClusterOf(const CFatFile& file, std::uint64_t index) {
     return cluster;
 }
 
+// The link from a grown directory's old clusters to its new ones.
+struct GrowthLink {
+    std::uint32_t cluster, next;
+};
+
+GrowthLink LinkOf(const CFatFile& directory) {
+    const std::uint64_t first = directory.linkedSize >> directory.volume->clusterShift;
+    return {ClusterOf(directory, first - 1), ClusterOf(directory, first)};
+}
+
+// Leaves a directory out whose link is no longer in the FAT: on a damaged volume a file with the
+// same clusters may have freed them, and setting it would put them in use again.
+FatStatus ExpectLink(CFatFile& directory) {
+    const GrowthLink link = LinkOf(directory);
+    std::uint32_t next = 0;
+    const FatStatus status = GetFatEntry(*directory.volume, link.cluster, &next);
+    if (Succeeded(status) && next != link.next) {
+        directory.linkedSize = 0;
+    }
+    return status;
+}
+
 enum class Link { Hold, Set };
 
-// Sets or holds back the link from a grown directory's old clusters to its new ones in the FAT.
-FatStatus ChangeLink(CFatFile& directory, Link link) {
+// Sets or holds back the link in the FAT.
+FatStatus ChangeLink(CFatFile& directory, Link change) {
+    const GrowthLink link = LinkOf(directory);
     FatVolume& volume = *directory.volume;
-    const std::uint64_t first = directory.linkedSize >> volume.clusterShift;
-    const std::uint32_t next = link == Link::Set ? ClusterOf(directory, first) : EndOfChain;
-    if (ForceFatEntry(volume, ClusterOf(directory, first - 1), next)) {
+    if (ForceFatEntry(volume, link.cluster, change == Link::Set ? link.next : EndOfChain)) {
         return STATUS_SUCCESS;
     }
     // Its block cannot be read. A link that was held back is missing then.
-    volume.isUncertain = volume.isUncertain || link == Link::Set;
+    volume.isUncertain = volume.isUncertain || change == Link::Set;
     return STATUS_DRIVER_INTERNAL_ERROR;
 }
 
@@ -119,6 +140,8 @@ FatStatus LinkGrownDirectories(FatVolume& volume) {
             }
         });
     };
+    forEachGrown(
+        [&](CFatFile& directory) { status = Succeeded(status) ? ExpectLink(directory) : status; });
     bool anyGrown = false;
     forEachGrown([&](CFatFile& directory) {
         anyGrown = true;
