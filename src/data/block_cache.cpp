@@ -154,7 +154,8 @@ namespace {
 
 // The block will be gone, so a failure is worth a second try.
 bool WriteLastTime(const CacheBlock& block) {
-    return Succeeded(WriteBackBlock(block)) || Succeeded(WriteBackBlock(block));
+    const FatStatus first = WriteBackBlock(block);
+    return Succeeded(first) || Succeeded(WriteBackBlock(block));
 }
 
 }  // namespace

@@ -46,6 +46,7 @@ TEST_P(FailingMemory, EveryFailureIsRecoveredFrom) {
             SCOPED_TRACE("allocation " + std::to_string(n) + (onwards ? " and later" : ""));
             FailurePoint point{.failAt = n, .onwards = onwards};
             Session session(GetParam());
+            // Reading all of the huge file takes longer than everything else together.
             session.sweepBytes = n % 8 == 0 ? session.sweepBytes : 1U << 20;
             allocations = &point;
             session.RunAll();
@@ -61,8 +62,8 @@ TEST_P(FailingMemory, EveryFailureIsRecoveredFrom) {
         ForEvents(count, 20, run);
         EXPECT_LE(mallinfo2().uordblks, before.uordblks + (1U << 16));
         std::cout << "FAT" << GetParam() << ", " << (onwards ? "from then on: " : "once: ")
-                  << failed << " of " << count << " allocations failed in turn; " << lost
-                  << " lost clusters; " << refusing << " volumes refused changes\n";
+                  << failed << " allocations failed in turn (" << count << " with all sweeps); "
+                  << lost << " lost clusters; " << refusing << " volumes refused changes\n";
     }
 }
 
