@@ -75,7 +75,7 @@ run_stages() {
             77) result='LEFT OUT' ;;
             *) result=FAILED failures=$((failures + 1)) ;;
         esac
-        summary+=$(printf '%-8s %s in %d s' "$stage" "$result" $((SECONDS - start)))$'\n'
+        summary+=$(printf '%-12s %s in %d s' "$stage" "$result" $((SECONDS - start)))$'\n'
     done
     printf '\n==== Summary\n%s' "$summary"
     [ "$failures" -eq 0 ]

@@ -1,5 +1,6 @@
 #include "hostile_storage.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "allocation_count.h"
@@ -32,6 +33,9 @@ int HostileStorage::HostileTransfer(CVolumeStorage* storage, unsigned char* buff
         return -9;
     }
     const UncountedAllocations pause;
+    if (disk.transfersHalf && !IsWrite(kind)) {
+        std::fill_n(buffer + count / 2 * unit, (count - count / 2) * unit, uint8_t{0xDB});
+    }
     return Transfer<kind>(storage, buffer, position, disk.transfersHalf ? count / 2 : count);
 }
 
