@@ -41,7 +41,7 @@ bool IsBlockInStep(const CacheBlock& block) {
     const std::uint32_t end =
         std::min(first + CacheBlockSize / DirEntrySize, listing.slots.bitCount);
     for (std::uint32_t slot = first; slot < end; ++slot) {
-        const std::uint8_t* const entry = block.data + (slot - first) * DirEntrySize;
+        const std::uint8_t* const entry = &block.data[std::size_t{slot - first} * DirEntrySize];
         if (!IsSlotInStep(listing, slot, entry)) {
             return false;
         }
