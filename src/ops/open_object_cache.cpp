@@ -4,6 +4,7 @@
 
 #include "data/fat_file.h"
 #include "volume/fat_volume.h"
+#include "volume/flush.h"
 
 namespace fatvol {
 namespace {
@@ -27,8 +28,8 @@ CFatFile* FindOpenObject(const OpenObjectCache& cache, const NameKey& key,
 namespace {
 
 // Whether an object can be destroyed without losing anything. One whose blocks cannot be written
-// stays, and they are tried again later; the next flush tells. So does a directory that has grown
-// until the FAT is written, which depends on it.
+// stays, and they are tried again later; the next flush tells. A directory that has grown waits for
+// the write of the FAT, which depends on it.
 bool CanLetGo(CFatFile& object) {
     if (object.refCount != 1 || object.linkedSize != 0) {
         return false;
@@ -42,6 +43,12 @@ bool CanLetGo(CFatFile& object) {
 
 void TrimOpenObjectCache(OpenObjectCache& cache) {
     auto* link = cache.recency.next;
+    if (cache.count > OpenObjectLimit + WaitingDirectoryLimit) {
+        // Between so many new directories one write more of the FAT is little, and lets them go.
+        FatVolume& volume = *ObjectOf(*link).volume;
+        const FatStatus linked = LinkGrownDirectories(volume);
+        volume.hasUntoldFailure = Failed(linked) || volume.hasUntoldFailure;
+    }
     while (cache.count > OpenObjectLimit && link != &cache.recency) {
         CFatFile& object = ObjectOf(*link);
         link = link->next;

@@ -20,6 +20,9 @@ namespace fatvol {
 class CFatFile;
 
 inline constexpr std::uint32_t OpenObjectLimit = 160;
+
+// Beyond this many more objects the directories among them that have grown are no longer kept.
+inline constexpr std::uint32_t WaitingDirectoryLimit = 160;
 inline constexpr std::uint32_t OpenObjectModulus = 7;
 
 struct OpenObjectTag;
@@ -40,7 +43,8 @@ CFatFile* FindOpenObject(const OpenObjectCache& cache, const NameKey& key,
 FatStatus AddOpenObject(OpenObjectCache& cache, CFatFile& object);
 
 // Evicts objects that only the cache holds as long as there are too many: for when handles are
-// closed.
+// closed. A grown directory goes only after a flush, or when far too many wait for one: the FAT is
+// written for them then. What cannot be written stays, and the next flush tells.
 void TrimOpenObjectCache(OpenObjectCache& cache);
 
 // Takes an object out and drops the cache's reference without touching the position.
