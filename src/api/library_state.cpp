@@ -123,7 +123,7 @@ FindRecord* FindRecordOf(int handle) {
 void LetGo(FileReference file) {
     FatVolume* volume = file->volume;
     CloseRelease(*file.Detached());
-    if (volume) {
+    if (IsUsable(volume)) {
         TrimOpenObjectCache(volume->openObjects);
     }
 }

@@ -235,7 +235,7 @@ FatStatus DeleteFileEntry(CFatFile& directory, CFatFile& object, DirItem& item) 
         ReleaseRuns(volume.clusterBitmap, object.runs);
     }
     CutTail(object.runs, TotalClusters(object.runs));
-    object.allocatedSize = 0;
+    object.allocatedSize = object.linkedSize = 0;
     object.firstCluster = 0;
     SetFirstCluster(object.entry, 0);
     SetFileSize(object.entry, 0);

@@ -7,6 +7,7 @@
 #include "data/fat_file.h"
 #include "dir/dir_entry.h"
 #include "storage/fat_status.h"
+#include "volume/fat_volume.h"
 
 namespace fatvol {
 
@@ -57,18 +58,22 @@ FatStatus DeleteFileEntry(CFatFile& directory, CFatFile& object, DirItem& item);
 FatStatus CopyDirEntry(CFatFile& source, const DirItem& item, CFatFile& destination,
                        DirItem** copy);
 
-// Moves an entry run unchanged to another directory. `between` is called when it stands in both;
-// its failure takes the copy back. After a failure the entry stands where it was.
-template <class Between>
-FatStatus MoveDirEntry(CFatFile& source, DirItem& item, CFatFile& destination, Between between) {
+// Moves an entry run unchanged to another directory. `repoint` makes the moved object belong to a
+// directory and is called with the destination when the run stands in both; its failure takes the
+// copy back. After a failure the entry stands where it was.
+template <class Repoint>
+FatStatus MoveDirEntry(CFatFile& source, DirItem& item, CFatFile& destination, Repoint repoint) {
     DirItem* copy = nullptr;
     FatStatus status = CopyDirEntry(source, item, destination, &copy);
     if (Failed(status)) {
         return status;
     }
-    status = between();
+    status = repoint(destination);
     if (Succeeded(status)) {
         status = RemoveEntry(source, item);
+        if (Failed(status) && Failed(repoint(source))) {
+            source.volume->isUncertain = true;
+        }
     }
     if (Failed(status)) {
         UndoEntry(destination, *copy);

@@ -83,8 +83,9 @@ FatStatus AddShortItem(const Parser& parser) {
 // apart. A run so full of holes that no operation could take it as a whole keeps its entries only.
 FatStatus AddLongItem(const Parser& parser, const LongName& name) {
     const std::uint32_t span = parser.slot - name.startSlot;
-    SetBits(parser.listing.slots, name.startSlot, span + 1);
-    return AddItem(parser, span < MaxRunSlots ? span : name.entryCount, name.units);
+    const std::uint32_t count = span < MaxRunSlots ? span : name.entryCount;
+    SetBits(parser.listing.slots, parser.slot - count, count + 1);
+    return AddItem(parser, count, name.units);
 }
 
 // What became of a run of long-name entries.

@@ -86,12 +86,12 @@ FatStatus MoveEntry(PathEntry& entry, CFatFile& destination) {
     if (IsDirectory(moved) && !HasDataCluster(*source.volume, moved)) {
         return STATUS_FILE_CORRUPT_ERROR;
     }
-    return MoveDirEntry(source, *entry.parent.item, destination, [&] {
+    return MoveDirEntry(source, *entry.parent.item, destination, [&](const CFatFile& parent) {
         if (!IsDirectory(moved)) {
             return STATUS_SUCCESS;
         }
-        return entry.object ? RepointOpen(*entry.object, destination)
-                            : RepointClosed(FirstCluster(moved), destination);
+        return entry.object ? RepointOpen(*entry.object, parent)
+                            : RepointClosed(FirstCluster(moved), parent);
     });
 }
 

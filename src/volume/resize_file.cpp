@@ -208,6 +208,14 @@ std::uint32_t ClusterOf(const ClusterRunList& runs, std::uint32_t index) {
     return cluster;
 }
 
+// Clusters that are no longer there need no link.
+void EndAt(CFatFile& object, std::uint64_t allocatedSize) {
+    object.allocatedSize = allocatedSize;
+    if (allocatedSize <= object.linkedSize) {
+        object.linkedSize = 0;
+    }
+}
+
 // Links the clusters from file index `from` on as they were before a cut. Where an entry cannot be
 // had the chain ends before it, and the object with it; the clusters behind stay taken.
 void RelinkTail(Resize& resize, std::uint32_t from, std::uint32_t lastValue) {
@@ -222,7 +230,7 @@ void RelinkTail(Resize& resize, std::uint32_t from, std::uint32_t lastValue) {
         if (index > 0) {
             (void)ForceFatEntry(resize.volume, ClusterOf(object.runs, index - 1), EndOfChain);
             CutTail(object.runs, total - index);
-            object.allocatedSize = std::uint64_t{index} << resize.volume.clusterShift;
+            EndAt(object, std::uint64_t{index} << resize.volume.clusterShift);
         }
         resize.volume.isUncertain = true;
         return;
@@ -269,10 +277,7 @@ FatStatus Shrink(Resize& resize) {
     }
     ReleaseRuns(resize.volume.clusterBitmap, tail);
     CutTail(object.runs, count);
-    object.allocatedSize = resize.newAllocated;
-    if (object.allocatedSize <= object.linkedSize) {
-        object.linkedSize = 0;
-    }
+    EndAt(object, resize.newAllocated);
     if (IsDirectory(object)) {
         // Fewer slots always fit.
         (void)ResizeDirListing(
