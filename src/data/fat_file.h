@@ -70,6 +70,7 @@ public:
     // Where a directory's clusters end that the FAT on the volume is known to link, when it has
     // grown since; otherwise 0.
     std::uint64_t linkedSize = 0;  // bytes
+    bool isLinkHeld = false;       // the FAT, as it is cached, ends there too
     ClusterRunList runs;
     BlockIndex blocks;
     std::unique_ptr<DirListing> listing;

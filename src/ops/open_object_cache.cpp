@@ -43,11 +43,15 @@ bool CanLetGo(CFatFile& object) {
 
 void TrimOpenObjectCache(OpenObjectCache& cache) {
     auto* link = cache.recency.next;
-    if (cache.count > OpenObjectLimit + WaitingDirectoryLimit) {
+    if (cache.count > cache.waitingLimit) {
         // Between so many new directories one write more of the FAT is little, and lets them go.
+        // When it fails, trying again for each object more would take too long.
         FatVolume& volume = *ObjectOf(*link).volume;
-        const FatStatus linked = LinkGrownDirectories(volume);
-        volume.hasUntoldFailure = Failed(linked) || volume.hasUntoldFailure;
+        bool allWritten = false;
+        const FatStatus status = FlushDirectories(volume, &allWritten);
+        const bool isDone = Succeeded(status) && allWritten;
+        volume.hasUntoldFailure = !isDone || volume.hasUntoldFailure;
+        cache.waitingLimit = isDone ? WaitingObjectLimit : 2 * cache.count;
     }
     while (cache.count > OpenObjectLimit && link != &cache.recency) {
         CFatFile& object = ObjectOf(*link);

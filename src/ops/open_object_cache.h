@@ -21,8 +21,8 @@ class CFatFile;
 
 inline constexpr std::uint32_t OpenObjectLimit = 160;
 
-// Beyond this many more objects the directories among them that have grown are no longer kept.
-inline constexpr std::uint32_t WaitingDirectoryLimit = 160;
+// Beyond this many objects the directories among them that have grown are no longer kept.
+inline constexpr std::uint32_t WaitingObjectLimit = 320;
 inline constexpr std::uint32_t OpenObjectModulus = 7;
 
 struct OpenObjectTag;
@@ -30,7 +30,8 @@ struct OpenObjectTag;
 struct OpenObjectCache {
     KeyTable keys{OpenObjectModulus};
     std::uint32_t count = 0;
-    ListNode<OpenObjectTag> recency;  // next: least recently used
+    std::uint32_t waitingLimit = WaitingObjectLimit;  // more after a failure
+    ListNode<OpenObjectTag> recency;                  // next: least recently used
 };
 
 // The cached object of the folded path with this key (the path may go on behind it), or null. No

@@ -64,7 +64,7 @@ std::uint32_t SectorsOfBlock(const FatTable& table, std::uint32_t blockIndex) {
 }
 
 FatStatus WriteFatBlock(FatVolume& volume, const FatBlock& block) {
-    volume.fatTable.changedSinceCopy = true;
+    volume.fatTable.changedSinceCopy.set(block.blockIndex);
     return WriteSectors(*volume.storage, block.data, block.firstSector,
                         SectorsOfBlock(volume.fatTable, block.blockIndex));
 }

@@ -17,6 +17,7 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <cstdint>
 #include <memory>
 
@@ -30,6 +31,7 @@ namespace fatvol {
 inline constexpr std::uint32_t FatBlockShift = 18;
 inline constexpr std::uint32_t FatBlockSize = 1u << FatBlockShift;  // bytes
 inline constexpr std::uint32_t FatCacheCapacity = 256;              // blocks
+inline constexpr std::uint32_t MaxFatBlocks = 4096;                 // of 2^28 clusters
 inline constexpr std::uint32_t FatBucketCount = 269;
 inline constexpr std::uint32_t FatBucketGrowth = 6;
 inline constexpr std::uint32_t FatDirtyCapacity = 4;
@@ -80,7 +82,8 @@ struct FatTable {
     std::array<FatBlock*, FatDirtyCapacity> dirtyList{};  // a place may be null
     // An undo had to change blocks while the list was full of blocks that cannot be written.
     bool unlistedDirty = false;
-    bool changedSinceCopy = false;  // the first FAT was written and the second one not yet
+    // By block: the first FAT was written and the second one not yet.
+    std::bitset<MaxFatBlocks> changedSinceCopy;
 };
 
 // Sets the table of a volume with known geometry up and builds its cluster bitmap. A failure

@@ -53,26 +53,45 @@ FatStatus ResetFsInfo(FatVolume& volume) {
     return WriteBytes(*volume.storage, sector, position, FsInfoSize);
 }
 
-FatStatus CopyFatToSecond(FatVolume& volume) {
-    if (volume.fatCount < 2) {
-        return STATUS_SUCCESS;
-    }
-    // In one piece, or by sectors when there is no memory for that.
-    const std::size_t size = std::size_t{volume.fatSize} * volume.bytesPerSector;
+namespace {
+
+// Copies sectors of the first FAT to the second one: in one piece, or by few of them when there is
+// no memory for that.
+FatStatus CopyFatSectors(FatVolume& volume, std::uint32_t first, std::uint32_t count) {
+    const std::size_t size = std::size_t{count} * volume.bytesPerSector;
     const std::unique_ptr<std::uint8_t[]> whole(new (std::nothrow) std::uint8_t[size]);
     std::uint8_t sector[LargestSector];
     std::uint8_t* const buffer = whole ? whole.get() : sector;
-    const std::uint32_t step = whole ? volume.fatSize : LargestSector / volume.bytesPerSector;
+    const std::uint32_t step = whole ? count : LargestSector / volume.bytesPerSector;
     FatStatus status = STATUS_SUCCESS;
-    for (std::uint32_t done = 0; done < volume.fatSize && Succeeded(status); done += step) {
-        const std::uint32_t count = std::min(step, volume.fatSize - done);
-        const std::uint64_t first = std::uint64_t{volume.firstFatSector} + done;
-        status = ReadSectors(*volume.storage, buffer, first, count);
+    for (std::uint32_t done = 0; done < count && Succeeded(status); done += step) {
+        const std::uint32_t part = std::min(step, count - done);
+        const std::uint64_t position = std::uint64_t{volume.firstFatSector} + first + done;
+        status = ReadSectors(*volume.storage, buffer, position, part);
         if (Succeeded(status)) {
-            status = WriteSectors(*volume.storage, buffer, first + volume.fatSize, count);
+            status = WriteSectors(*volume.storage, buffer, position + volume.fatSize, part);
         }
     }
     return status;
+}
+
+// Copies the blocks that were written since the last copy.
+FatStatus CopyChangedFat(FatVolume& volume) {
+    const FatTable& table = volume.fatTable;
+    FatStatus status = STATUS_SUCCESS;
+    for (std::uint32_t block = 0; volume.fatCount > 1 && block <= table.lastBlockIndex; ++block) {
+        if (table.changedSinceCopy[block] && Succeeded(status)) {
+            status = CopyFatSectors(volume, block << table.blockSectorShift,
+                                    SectorsOfBlock(table, block));
+        }
+    }
+    return status;
+}
+
+}  // namespace
+
+FatStatus CopyFatToSecond(FatVolume& volume) {
+    return volume.fatCount > 1 ? CopyFatSectors(volume, 0, volume.fatSize) : STATUS_SUCCESS;
 }
 
 namespace {
@@ -109,70 +128,57 @@ FatStatus ExpectLink(CFatFile& directory) {
     const GrowthLink link = LinkOf(directory);
     std::uint32_t next = 0;
     const FatStatus status = GetFatEntry(*directory.volume, link.cluster, &next);
-    if (Succeeded(status) && next != link.next) {
+    const bool isItsOwn =
+        directory.isLinkHeld ? next > BadClusterMark(directory.volume->fatType) : next == link.next;
+    if (Succeeded(status) && !isItsOwn) {
         directory.linkedSize = 0;
+        directory.isLinkHeld = false;
     }
     return status;
 }
 
-enum class Link { Hold, Set };
-
-// Sets or holds back the link in the FAT.
-FatStatus ChangeLink(CFatFile& directory, Link change) {
-    const GrowthLink link = LinkOf(directory);
-    FatVolume& volume = *directory.volume;
-    if (ForceFatEntry(volume, link.cluster, change == Link::Set ? link.next : EndOfChain)) {
-        return STATUS_SUCCESS;
+// Ends the chain in the FAT before the new clusters, for a while.
+bool HoldLink(CFatFile& directory) {
+    const std::uint32_t cluster = LinkOf(directory).cluster;
+    if (!directory.isLinkHeld) {
+        directory.isLinkHeld = ForceFatEntry(*directory.volume, cluster, EndOfChain);
     }
-    // Its block cannot be read. A link that was held back is missing then.
-    volume.isUncertain = volume.isUncertain || change == Link::Set;
-    return STATUS_DRIVER_INTERNAL_ERROR;
+    return directory.isLinkHeld;
 }
 
-}  // namespace
+// The link of a directory whose FAT block cannot be read is missing from then on.
+void SetHeldLink(CFatFile& directory) {
+    const GrowthLink link = LinkOf(directory);
+    if (directory.isLinkHeld) {
+        directory.isLinkHeld = !ForceFatEntry(*directory.volume, link.cluster, link.next);
+        directory.volume->isUncertain = directory.volume->isUncertain || directory.isLinkHeld;
+    }
+}
 
-FatStatus LinkGrownDirectories(FatVolume& volume) {
-    FatStatus status = STATUS_SUCCESS;
-    const auto forEachGrown = [&](auto action) {
-        ForEachObject(volume, [&](CFatFile& object) {
-            if (object.linkedSize != 0) {
-                action(object);
-            }
-        });
-    };
-    forEachGrown(
-        [&](CFatFile& directory) { status = Succeeded(status) ? ExpectLink(directory) : status; });
-    bool anyGrown = false;
-    forEachGrown([&](CFatFile& directory) {
-        anyGrown = true;
-        if (Succeeded(status)) {
-            status = WriteFileBlocksFrom(directory, directory.linkedSize);
+template <class Action>
+void ForEachGrown(FatVolume& volume, Action action) {
+    ForEachObject(volume, [&](CFatFile& object) {
+        if (object.linkedSize != 0) {
+            action(object);
         }
     });
-    if (!anyGrown || Failed(status)) {
-        return status;
-    }
-    forEachGrown([&](CFatFile& directory) {
-        const FatStatus held = ChangeLink(directory, Link::Hold);
-        status = Failed(status) ? status : held;
-    });
-    if (Succeeded(status)) {
-        status = FlushFatTable(volume);
-    }
-    forEachGrown([&](CFatFile& directory) {
-        const FatStatus linked = ChangeLink(directory, Link::Set);
-        status = Failed(status) ? status : linked;
-    });
-    if (Succeeded(status)) {
-        status = FlushFatTable(volume);
-    }
-    if (Succeeded(status)) {
-        forEachGrown([](CFatFile& directory) { directory.linkedSize = 0; });
-    }
-    return status;
 }
 
-namespace {
+// Writes what the new clusters of grown directories hold, and holds the links to them back. Whether
+// all of that was possible.
+bool PrepareGrownDirectories(FatVolume& volume) {
+    bool done = true;
+    ForEachGrown(volume, [&](CFatFile& directory) {
+        const FatStatus status = ExpectLink(directory);
+        done = Succeeded(status) && done;
+    });
+    ForEachGrown(volume, [&](CFatFile& directory) {
+        const FatStatus status = WriteFileBlocksFrom(directory, directory.linkedSize);
+        done = Succeeded(status) && done;
+    });
+    ForEachGrown(volume, [&](CFatFile& directory) { done = HoldLink(directory) && done; });
+    return done;
+}
 
 bool FlushFiles(FatVolume& volume) {
     bool allWritten = true;
@@ -192,7 +198,7 @@ std::ptrdiff_t DepthOf(const CFatFile& object) {
 }
 
 // From the deepest up, so that no entry of a new directory gets ahead of its contents.
-bool FlushDirectories(FatVolume& volume) {
+bool FlushDirectoryBlocks(FatVolume& volume) {
     std::ptrdiff_t depth = 0;
     ForEachObject(volume, [&](const CFatFile& o) { depth = std::max(depth, DepthOf(o)); });
     bool allWritten = true;
@@ -208,19 +214,44 @@ bool FlushDirectories(FatVolume& volume) {
 
 }  // namespace
 
+bool HasGrownDirectory(FatVolume& volume) {
+    bool hasGrown = false;
+    ForEachGrown(volume, [&](const CFatFile&) { hasGrown = true; });
+    return hasGrown;
+}
+
+FatStatus FlushDirectories(FatVolume& volume, bool* allWritten) {
+    *allWritten = PrepareGrownDirectories(volume);
+    FatStatus status = FlushFatTable(volume);
+    if (Succeeded(status)) {
+        *allWritten = FlushDirectoryBlocks(volume) && *allWritten;
+    }
+    ForEachGrown(volume, SetHeldLink);
+    if (Succeeded(status) && *allWritten) {
+        status = FlushFatTable(volume);
+    }
+    *allWritten = *allWritten && Succeeded(status);
+    if (*allWritten) {
+        ForEachGrown(volume, [](CFatFile& directory) {
+            directory.linkedSize = directory.isLinkHeld ? directory.linkedSize : 0;
+        });
+    }
+    return status;
+}
+
 bool FlushVolume(FatVolume& volume) {
+    const bool wasTold = !std::exchange(volume.hasUntoldFailure, false);
     const bool filesWritten = FlushFiles(volume);
-    if (Failed(LinkGrownDirectories(volume)) || Failed(FlushFatTable(volume))) {
+    bool directoriesWritten = false;
+    if (Failed(FlushDirectories(volume, &directoriesWritten))) {
         return false;
     }
-    const bool directoriesWritten = FlushDirectories(volume);
-    if (volume.fatTable.changedSinceCopy) {
-        if (Failed(CopyFatToSecond(volume)) || Failed(ResetFsInfo(volume))) {
+    if (volume.fatTable.changedSinceCopy.any()) {
+        if (Failed(CopyChangedFat(volume)) || Failed(ResetFsInfo(volume))) {
             return false;
         }
-        volume.fatTable.changedSinceCopy = false;
+        volume.fatTable.changedSinceCopy.reset();
     }
-    const bool wasTold = !std::exchange(volume.hasUntoldFailure, false);
     return filesWritten && directoriesWritten && wasTold && !volume.isUncertain;
 }
 

@@ -7,11 +7,16 @@ struct FatVolume;
 
 namespace fatvol {
 
-// Links the clusters by which directories have grown into their chains on the volume, after the
-// contents of these clusters and the rest of the FAT have been written: a loss of power must not
-// leave a directory with a chain that breaks off or that shows what stood there before. Writes
-// nothing when no directory has grown. After a failure they count as not linked yet.
-FatStatus LinkGrownDirectories(FatVolume& volume);
+// Writes the FAT and the directories so that a loss of power, or a write that fails, leaves no
+// entry ahead of what it leads to: contents of new clusters, the FAT without the links to them, the
+// directories from the deepest up, and the links at last. (While the FAT's cache makes room, a link
+// may get there earlier.) The status is that of the FAT; after a failure no directory was written
+// apart from clusters that are not linked. `allWritten` tells whether directories and links were
+// too. What was not written is written by the next call.
+FatStatus FlushDirectories(FatVolume& volume, bool* allWritten);
+
+// Whether a directory has grown and the link to its new clusters is not known to be on the volume.
+bool HasGrownDirectory(FatVolume& volume);
 
 // Marks the counts of the FSInfo sector unknown, where there is one.
 FatStatus ResetFsInfo(FatVolume& volume);

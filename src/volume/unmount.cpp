@@ -32,8 +32,11 @@ FatStatus UnmountVolume(FatVolume& volume) {
     if (volume.state == VolumeState::Mounted) {
         // Its counts are hints that nobody has to believe.
         (void)ResetFsInfo(volume);
-        // What fails there is tried again, and told, by the release.
-        (void)LinkGrownDirectories(volume);
+        if (HasGrownDirectory(volume)) {
+            // What fails there is tried again, and told, by the release.
+            bool allWritten = false;
+            (void)FlushDirectories(volume, &allWritten);
+        }
         const FatStatus status = ReleaseFatVolume(volume);
         if (Failed(status)) {
             volume.state = VolumeState::ReleaseFailed;
