@@ -6,6 +6,14 @@
 export LC_ALL=C.UTF-8 TZ='CET-1CEST,M3.5.0,M10.5.0/3' MTOOLS_SKIP_CHECK=1
 PATH=$PATH:/usr/sbin:/sbin
 
+# What each test is called with, and where it works.
+tool=$1
+work=$2
+files="$work/files"
+image="$work/volume.img"
+rm -rf "$work"
+mkdir -p "$files"
+
 fail() {
     echo "FAILED: $*" >&2
     exit 1
@@ -23,6 +31,16 @@ write_files() {
         if (size > 0) printf "%s", substr(sprintf(format, piece), 1, size) > path
         close(path)
     }'
+}
+
+# Writes $1 folders of a hundred numbered files each.
+write_folders() {
+    local number folder
+    for number in $(seq -w "$1"); do
+        folder="$files/Folder $number of $1"
+        mkdir "$folder"
+        list_numbered_files "$folder" 100 12000
+    done | write_files small
 }
 
 # Lines "SIZE PATH" for $2 files in the folder $1, of up to $3 bytes, some empty and some of

@@ -4,18 +4,8 @@
 set -euo pipefail
 # shellcheck source=tests/interop/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
-tool=$1
-work=$2
-files="$work/files"
-image="$work/large.img"
 
-rm -rf "$work"
-mkdir -p "$files"
-for number in $(seq -w 100); do
-    folder="$files/Folder $number of a hundred"
-    mkdir "$folder"
-    list_numbered_files "$folder" 100 12000
-done | write_files small
+write_folders 100
 printf '%d %s\n' 40000001 "$files/Large 1.bin" 20000000 "$files/LARGE2.BIN" \
     16777216 "$files/Large 3.bin" | write_files large
 set_times "$files" 50

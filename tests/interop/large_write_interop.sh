@@ -4,18 +4,8 @@
 set -euo pipefail
 # shellcheck source=tests/interop/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
-tool=$1
-work=$2
-files="$work/files"
-image="$work/large.img"
 
-rm -rf "$work"
-mkdir -p "$files"
-for number in $(seq -w 90); do
-    folder="$files/Folder $number of ninety"
-    mkdir "$folder"
-    list_numbered_files "$folder" 100 12000
-done | write_files small
+write_folders 90
 mkdir "$files/A thousand"
 list_numbered_files "$files/A thousand" 1000 3000 | write_files thousand
 set_times "$files" 50
@@ -25,7 +15,7 @@ mkfs.fat -F 32 -n LARGE "$image" >/dev/null
 fsck.fat -n "$image" >"$work/fsck" || fail "$(cat "$work/fsck")"
 compare_volume "$tool" "$files" "$image" "$work"
 [ "$(find "$work/got" -type f | wc -l)" -eq 10000 ] || fail "the number of files is wrong"
-"$tool" rm -r "$image" '/A thousand' '/Folder 01 of ninety'
+"$tool" rm -r "$image" '/A thousand' '/Folder 01 of 90'
 fsck.fat -n "$image" >"$work/fsck" || fail "$(cat "$work/fsck")"
 rm -rf "$work"
 mkdir -p "$work"

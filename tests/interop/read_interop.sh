@@ -5,8 +5,6 @@
 set -euo pipefail
 # shellcheck source=tests/interop/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
-tool=$1
-work=$2
 example=$3
 
 # Files in folder $1, $2 of them numbered ones, of up to $3 bytes: deep, long and non-ASCII names.
@@ -98,8 +96,6 @@ test_volume() {
     rm -rf "$files" "$image"
 }
 
-rm -rf "$work"
-mkdir -p "$work"
 test_volume floppy 1440 120 7000 -F 12
 test_volume fat12_4k 12288 300 30000 -F 12 -s 8 -f 1
 test_volume fat16_512 16384 300 30000 -F 16 -s 1

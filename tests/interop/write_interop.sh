@@ -5,10 +5,6 @@
 set -euo pipefail
 # shellcheck source=tests/interop/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
-tool=$1
-work=$2
-files="$work/files"
-image="$work/image"
 
 sound() {
     fsck.fat -n "$image" >"$work/fsck" || fail "$*: $(cat "$work/fsck")"
@@ -229,8 +225,6 @@ test_interrupt() {
     sound 'interrupted at a pipe'
 }
 
-rm -rf "$work"
-mkdir -p "$work"
 test_volume floppy 1440 100 7000 -F 12
 test_volume fat12_4k 12288 200 30000 -F 12 -s 8 -f 1
 test_volume fat16_512 16384 200 30000 -F 16 -s 1
