@@ -6,6 +6,7 @@
 // Call Fat_LibInitialize first and Fat_LibTerminate last. The library keeps process-wide state
 // without locks: call it from one thread at a time. Every function may be called with any
 // arguments at any time; what it cannot do fails and, unless said otherwise, changes nothing.
+// Called from within a storage object that the library has called, every function fails.
 //
 // Paths are zero-terminated UTF-16, relative to the root of the current volume, with backslashes
 // between components and at most 259 units. Letter case does not matter. An optional leading and

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/allocation.h"
+#include "storage/storage_io.h"
 #include "volume/fat_volume.h"
 #include "volume/mount.h"
 
@@ -62,6 +63,10 @@ void DestroyLibrary() {
     ShareData(nullptr);
 }
 
+bool IsLibraryReady() {
+    return Library && !StorageInCall;
+}
+
 bool IsMountedVolume(const FatVolume* volume) {
     return volume && LinkTo(volume);
 }
@@ -83,7 +88,7 @@ std::unique_ptr<FatVolume> DismissVolume(const FatVolume& volume) {
 }
 
 FatVolume* CurrentVolume() {
-    return Library && IsUsable(Library->currentVolume) ? Library->currentVolume : nullptr;
+    return IsLibraryReady() && IsUsable(Library->currentVolume) ? Library->currentVolume : nullptr;
 }
 
 FatVolume* ChangeableVolume() {

@@ -53,6 +53,10 @@ bool CreateLibrary();
 // Gives mounted volumes up and frees everything.
 void DestroyLibrary();
 
+// Whether exported functions can work: between initialising and terminating, and not called by host
+// code that the library itself has called.
+bool IsLibraryReady();
+
 // Whether the pointer is a mounted volume, be it in use or half unmounted.
 bool IsMountedVolume(const FatVolume* volume);
 

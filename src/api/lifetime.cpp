@@ -5,6 +5,7 @@
 #include "api/file_info.h"
 #include "api/library_state.h"
 #include "platform/locale_text.h"
+#include "storage/storage_io.h"
 #include "volume/fat_volume.h"
 #include "volume/mount.h"
 
@@ -14,6 +15,9 @@ namespace {
 
 // A storage object that a mounted volume owns already must not get a second owner.
 bool IsStorageInUse(const CFatStorage* storage) {
+    if (storage == StorageInCall) {
+        return storage != nullptr;
+    }
     for (const FatVolume* v = Library->mountedVolumes.get(); v; v = v->nextMounted.get()) {
         if (v->storage.get() == storage) {
             return true;
@@ -33,7 +37,7 @@ void Fat_LibInitialize(void) noexcept {
 }
 
 bool Fat_LibTerminate(void) noexcept {
-    if (!Library) {
+    if (!IsLibraryReady()) {
         return false;
     }
     const bool allClosed = Library->files.count == 0 && Library->finds.count == 0;
@@ -46,7 +50,7 @@ FatVolume* Fat_Mount(CFatStorage* storage, void* parameter) noexcept {
         return nullptr;
     }
     std::unique_ptr<CFatStorage> owned(storage);
-    if (!Library) {
+    if (!IsLibraryReady()) {
         return nullptr;
     }
     Library->currentVolume = nullptr;
@@ -61,7 +65,7 @@ FatVolume* Fat_Mount(CFatStorage* storage, void* parameter) noexcept {
 }
 
 bool Fat_Unmount(FatVolume* volume) noexcept {
-    if (!Library || !IsMountedVolume(volume) || Failed(UnmountVolume(*volume))) {
+    if (!IsLibraryReady() || !IsMountedVolume(volume) || Failed(UnmountVolume(*volume))) {
         return false;
     }
     DismissVolume(*volume);
@@ -69,13 +73,14 @@ bool Fat_Unmount(FatVolume* volume) noexcept {
 }
 
 void SetCurrentFileSystem(FatVolume* volume) noexcept {
-    if (Library) {
+    if (IsLibraryReady()) {
         Library->currentVolume = IsMountedVolume(volume) ? volume : nullptr;
     }
 }
 
 bool Fat_GetVolumeInfo(FatVolume* volume, FatVolumeInfo* info) noexcept {
-    if (!Library || !info || !IsMountedVolume(volume) || volume->state != VolumeState::Mounted ||
+    if (!IsLibraryReady() || !info || !IsMountedVolume(volume) ||
+        volume->state != VolumeState::Mounted ||
         (info->size < sizeof(FatVolumeInfo) && info->size != FirstVolumeInfoSize)) {
         return false;
     }
@@ -84,7 +89,7 @@ bool Fat_GetVolumeInfo(FatVolume* volume, FatVolumeInfo* info) noexcept {
 }
 
 bool Fat_FlushVolume(FatVolume* volume) noexcept {
-    return Library && IsMountedVolume(volume) && volume->state == VolumeState::Mounted &&
+    return IsLibraryReady() && IsMountedVolume(volume) && volume->state == VolumeState::Mounted &&
            FlushVolume(*volume);
 }
 

@@ -230,8 +230,11 @@ FatStatus DeleteFileEntry(CFatFile& directory, CFatFile& object, DirItem& item) 
     FatVolume& volume = *object.volume;
     // What is cached belongs to nobody any more, and must not reach clusters that others may get.
     TruncateFileBlocks(object, 0);
+    std::uint32_t tried = 0;
+    const bool isFreed = Succeeded(FreeChain(volume, object.runs, &tried));
+    volume.hasUntoldFailure = !isFreed || volume.hasUntoldFailure;
     // Clusters whose entries stay are lost, and not given to anybody.
-    if (Succeeded(FreeChain(volume, object.runs)) || ForceFree(volume, object.runs)) {
+    if (isFreed || ForceFree(volume, object.runs)) {
         ReleaseRuns(volume.clusterBitmap, object.runs);
     }
     CutTail(object.runs, TotalClusters(object.runs));

@@ -3,23 +3,31 @@
 #include "api/fatvol.h"
 
 namespace fatvol {
+
+const CFatStorage* StorageInCall = nullptr;
+
 namespace {
 
-// Runs host code that returns a status.
+// Runs host code of a storage that returns a status.
 template <class HostCall>
-FatStatus Guarded(HostCall call) {
+FatStatus Guarded(const CFatStorage& storage, HostCall call) {
+    StorageInCall = &storage;
+    FatStatus status = STATUS_DRIVER_INTERNAL_ERROR;
     try {
-        return static_cast<FatStatus>(call());
+        status = static_cast<FatStatus>(call());
     } catch (...) {
-        return STATUS_DRIVER_INTERNAL_ERROR;
+        // The status says so.
     }
+    StorageInCall = nullptr;
+    return status;
 }
 
 FatStatus Transfer(StorageTransferProc proc, CFatStorage& storage, const void* buffer,
                    std::uint64_t position, std::uint32_t count) {
     // One callback signature serves both directions; a write callback only reads the buffer.
     auto* bytes = const_cast<unsigned char*>(static_cast<const unsigned char*>(buffer));
-    return Guarded([&] { return proc(&storage, bytes, static_cast<long long>(position), count); });
+    return Guarded(storage,
+                   [&] { return proc(&storage, bytes, static_cast<long long>(position), count); });
 }
 
 }  // namespace
@@ -55,15 +63,15 @@ FatStatus WriteSectors(CFatStorage& storage, const void* buffer, std::uint64_t s
 }
 
 FatStatus OpenStorage(CFatStorage& storage, void* parameter) {
-    return Guarded([&] { return storage.Open(parameter); });
+    return Guarded(storage, [&] { return storage.Open(parameter); });
 }
 
 void CloseStorage(CFatStorage& storage) {
-    (void)Guarded([&] { return storage.Close() ? 0 : -1; });
+    (void)Guarded(storage, [&] { return storage.Close() ? 0 : -1; });
 }
 
 FatStatus ReadMpb(CFatStorage& storage, Mpb* mpb) {
-    return Guarded([&] {
+    return Guarded(storage, [&] {
         storage.GetMpbProc(storage.DbrBuffer, mpb);
         return 0;
     });

@@ -12,6 +12,10 @@ class CFatStorage;
 
 namespace fatvol {
 
+// The storage whose host code is running, or null. Called from there every exported function fails:
+// the library is in the middle of a change.
+extern const CFatStorage* StorageInCall;
+
 // The transfers: positions and counts in bytes, or in sectors for the last two. A negative result
 // of the callback is returned unchanged. The aligned forms move whole clusters.
 FatStatus ReadBytes(CFatStorage& storage, void* buffer, std::uint64_t position,

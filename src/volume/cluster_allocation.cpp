@@ -131,8 +131,9 @@ FatStatus ChainClusters(FatVolume& volume, const ClusterRunList& list) {
     });
 }
 
-FatStatus FreeChain(FatVolume& volume, const ClusterRunList& list) {
+FatStatus FreeChain(FatVolume& volume, const ClusterRunList& list, std::uint32_t* tried) {
     return ForEachLink(list, [&](std::uint32_t cluster, std::uint32_t) {
+        ++*tried;
         return SetFatEntry(volume, cluster, FreeCluster);
     });
 }

@@ -26,8 +26,8 @@ void ReleaseRuns(ClusterBitmap& bitmap, const ClusterRunList& list);
 FatStatus ChainClusters(FatVolume& volume, const ClusterRunList& list);
 
 // Sets the FAT entries of all clusters of a list to free. After a failure those set so far stay
-// set.
-FatStatus FreeChain(FatVolume& volume, const ClusterRunList& list);
+// set. `tried` is increased for each, the one that failed included.
+FatStatus FreeChain(FatVolume& volume, const ClusterRunList& list, std::uint32_t* tried);
 
 // The same for undoing, where a write that fails now is made up for later. False when the entry of
 // a cluster could not be read; the others are set all the same.

@@ -91,8 +91,9 @@ FatStatus MarkFatBlockDirty(FatVolume& volume, FatBlock& block) {
 void ForceFatBlockDirty(FatVolume& volume, FatBlock& block) {
     FatTable& table = volume.fatTable;
     if (table.dirtyCount < FatDirtyCapacity || FindDirtyPlace(table, block)) {
-        // Whether the list could be written is of no concern here: the block is on it.
-        (void)MarkFatBlockDirty(volume, block);
+        // When the list cannot be written the block is on it all the same.
+        const FatStatus status = MarkFatBlockDirty(volume, block);
+        volume.hasUntoldFailure = Failed(status) || volume.hasUntoldFailure;
     } else {
         block.dirty = 1;
         table.unlistedDirty = true;

@@ -252,7 +252,8 @@ bool FlushVolume(FatVolume& volume) {
         }
         volume.fatTable.changedSinceCopy.reset();
     }
-    return filesWritten && directoriesWritten && wasTold && !volume.isUncertain;
+    const bool isAllTold = wasTold && !std::exchange(volume.hasUntoldFailure, false);
+    return filesWritten && directoriesWritten && isAllTold && !volume.isUncertain;
 }
 
 }  // namespace fatvol

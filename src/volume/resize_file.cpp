@@ -8,6 +8,7 @@
 #include "ops/entry_write_back.h"
 #include "volume/cluster_allocation.h"
 #include "volume/fat_volume.h"
+#include "volume/flush.h"
 
 namespace fatvol {
 namespace {
@@ -167,6 +168,13 @@ FatStatus ClearNewSpace(Resize& resize) {
     return STATUS_SUCCESS;
 }
 
+// Whether blocks of the FAT may go out between flushes, links to new clusters among them. Of a
+// directory those must lead to free slots then; and a root directory's are made whole at once,
+// since without them a volume may not be mounted again.
+bool MayLinkEarly(const FatVolume& volume) {
+    return volume.fatTable.lastBlockIndex + 1 >= FatDirtyCapacity;
+}
+
 FatStatus Grow(Resize& resize) {
     CFatFile& object = resize.object;
     Addition added;
@@ -174,7 +182,14 @@ FatStatus Grow(Resize& resize) {
     if (Failed(status)) {
         return status;
     }
-    status = LinkAddition(resize, added);
+    const bool isEarly = IsDirectory(object) && MayLinkEarly(resize.volume);
+    const bool isEarlyRoot = isEarly && &object == resize.volume.rootDirectory;
+    if (isEarlyRoot) {
+        status = FlushFatTable(resize.volume);
+    }
+    if (Succeeded(status)) {
+        status = LinkAddition(resize, added);
+    }
     if (Failed(status)) {
         UndoGrowth(resize, added);
         return status;
@@ -182,6 +197,9 @@ FatStatus Grow(Resize& resize) {
     AdoptAddition(resize, added);
     if (IsDirectory(object)) {
         status = ClearNewSpace(resize);
+    }
+    if (Succeeded(status) && isEarly) {
+        status = WriteFileBlocksFrom(object, resize.oldAllocated);
     }
     if (Succeeded(status)) {
         status = StoreEntry(resize, object.runs.runs[1].startCluster);
@@ -197,6 +215,12 @@ FatStatus Grow(Resize& resize) {
         object.linkedSize = resize.oldAllocated;
     }
     FitCachedBlocks(resize);
+    if (isEarlyRoot) {
+        bool allWritten = false;
+        const FatStatus flushed = FlushDirectories(resize.volume, &allWritten);
+        const bool isUntold = Failed(flushed) || !allWritten;
+        resize.volume.hasUntoldFailure = isUntold || resize.volume.hasUntoldFailure;
+    }
     return STATUS_SUCCESS;
 }
 
@@ -208,76 +232,98 @@ std::uint32_t ClusterOf(const ClusterRunList& runs, std::uint32_t index) {
     return cluster;
 }
 
-// Clusters that are no longer there need no link.
-void EndAt(CFatFile& object, std::uint64_t allocatedSize) {
-    object.allocatedSize = allocatedSize;
-    if (allocatedSize <= object.linkedSize) {
-        object.linkedSize = 0;
-    }
-}
+// A chain to be cut: the clusters from file index `kept` on, the last run first.
+struct Cut {
+    ClusterRunList tail;
+    std::uint32_t kept = 0;
+    std::uint32_t lastValue = EndOfChain;  // of the last cluster's FAT entry
+    // FAT entries set, or tried: those of the tail in its order, then the one before it.
+    std::uint32_t tried = 0;
+};
 
-// Links the clusters from file index `from` on as they were before a cut. Where an entry cannot be
-// had the chain ends before it, and the object with it; the clusters behind stay taken.
-void RelinkTail(Resize& resize, std::uint32_t from, std::uint32_t lastValue) {
-    CFatFile& object = resize.object;
-    const std::uint32_t total = TotalClusters(object.runs);
-    for (std::uint32_t index = from; index < total; ++index) {
-        const std::uint32_t next =
-            index + 1 < total ? ClusterOf(object.runs, index + 1) : lastValue;
-        if (ForceFatEntry(resize.volume, ClusterOf(object.runs, index), next)) {
-            continue;
-        }
-        if (index > 0) {
-            (void)ForceFatEntry(resize.volume, ClusterOf(object.runs, index - 1), EndOfChain);
-            CutTail(object.runs, total - index);
-            EndAt(object, std::uint64_t{index} << resize.volume.clusterShift);
-        }
-        resize.volume.isUncertain = true;
-        return;
+// Takes what cutting needs, without touching the FAT.
+FatStatus PrepareCut(Resize& resize, Cut& cut) {
+    const CFatFile& object = resize.object;
+    FatVolume& volume = resize.volume;
+    FatStatus status = Init(cut.tail);
+    if (Succeeded(status)) {
+        status = CopyTail(object.runs, cut.tail, TotalClusters(object.runs) - cut.kept);
     }
-}
-
-// Frees the clusters of the tail in the FAT and ends the chain before them.
-FatStatus UnlinkTail(Resize& resize, const ClusterRunList& tail, std::uint32_t kept) {
-    FatStatus status = FreeChain(resize.volume, tail);
-    if (Succeeded(status) && kept > 0) {
-        status = SetFatEntry(resize.volume, ClusterOf(resize.object.runs, kept - 1), EndOfChain);
+    if (Succeeded(status)) {
+        status = ReadLink(volume, LastCluster(object.runs), EndOfChain, &cut.lastValue);
+    }
+    if (Succeeded(status) && cut.kept > 0) {
+        std::uint32_t link = 0;
+        status = ReadLink(volume, ClusterOf(object.runs, cut.kept - 1),
+                          ClusterOf(object.runs, cut.kept), &link);
     }
     return status;
 }
 
+// Frees the clusters of the tail in the FAT and ends the chain before them.
+FatStatus UnlinkTail(Resize& resize, Cut& cut) {
+    FatStatus status = FreeChain(resize.volume, cut.tail, &cut.tried);
+    if (Succeeded(status) && cut.kept > 0) {
+        ++cut.tried;
+        status =
+            SetFatEntry(resize.volume, ClusterOf(resize.object.runs, cut.kept - 1), EndOfChain);
+    }
+    return status;
+}
+
+// Gives the entries that were tried their values back. Where one cannot be had the chain on the
+// volume ends before it, and the volume is uncertain; the object keeps its clusters. `isLastSet` is
+// false when the last one failed: if it cannot be had, it has not been changed either.
+void RelinkTail(Resize& resize, const Cut& cut, bool isLastSet) {
+    const ClusterRunList& runs = resize.object.runs;
+    const std::uint32_t total = TotalClusters(runs);
+    std::uint32_t left = cut.tried, lost = total;
+    const auto restore = [&](std::uint32_t index, std::uint32_t value) {
+        const bool isTried = left > 0;
+        left -= isTried ? 1 : 0;
+        if (isTried && !ForceFatEntry(resize.volume, ClusterOf(runs, index), value) &&
+            (left > 0 || isLastSet)) {
+            lost = std::min(lost, index);
+        }
+    };
+    for (std::uint32_t run = runs.count - 1; runs.runs[run].endIndex > cut.kept; --run) {
+        const std::uint32_t begin = std::max(runs.runs[run - 1].endIndex, cut.kept);
+        for (std::uint32_t index = begin; index < runs.runs[run].endIndex; ++index) {
+            restore(index, index + 1 < total ? ClusterOf(runs, index + 1) : cut.lastValue);
+        }
+    }
+    if (cut.kept > 0) {
+        restore(cut.kept - 1, ClusterOf(runs, cut.kept));
+    }
+    resize.volume.isUncertain = resize.volume.isUncertain || lost < total;
+    if (lost < total && lost > cut.kept) {
+        (void)ForceFatEntry(resize.volume, ClusterOf(runs, lost - 1), EndOfChain);
+    }
+}
+
 FatStatus Shrink(Resize& resize) {
     CFatFile& object = resize.object;
-    const std::uint32_t kept = resize.Clusters(resize.newAllocated);
-    const std::uint32_t count = resize.Clusters(resize.oldAllocated) - kept;
-    ClusterRunList tail;
-    std::uint32_t lastValue = EndOfChain;
-    FatStatus status = Init(tail);
-    if (Succeeded(status)) {
-        status = CopyTail(object.runs, tail, count);
-    }
-    if (Succeeded(status)) {
-        status = ReadLink(resize.volume, LastCluster(object.runs), EndOfChain, &lastValue);
-    }
-    if (Succeeded(status) && kept > 0) {
-        std::uint32_t link = 0;
-        status = ReadLink(resize.volume, ClusterOf(object.runs, kept - 1),
-                          ClusterOf(object.runs, kept), &link);
-    }
+    Cut cut;
+    cut.kept = resize.Clusters(resize.newAllocated);
+    FatStatus status = PrepareCut(resize, cut);
     if (Failed(status)) {
         return status;
     }
-    status = UnlinkTail(resize, tail, kept);
-    if (Succeeded(status)) {
-        status = StoreEntry(resize, kept == 0 ? 0 : object.firstCluster);
+    status = UnlinkTail(resize, cut);
+    const bool isUnlinked = Succeeded(status);
+    if (isUnlinked) {
+        status = StoreEntry(resize, cut.kept == 0 ? 0 : object.firstCluster);
     }
     if (Failed(status)) {
-        RelinkTail(resize, kept == 0 ? 0 : kept - 1, lastValue);
+        RelinkTail(resize, cut, isUnlinked);
         return status;
     }
-    ReleaseRuns(resize.volume.clusterBitmap, tail);
-    CutTail(object.runs, count);
-    EndAt(object, resize.newAllocated);
+    ReleaseRuns(resize.volume.clusterBitmap, cut.tail);
+    CutTail(object.runs, TotalClusters(cut.tail));
+    object.allocatedSize = resize.newAllocated;
+    if (object.allocatedSize <= object.linkedSize) {
+        object.linkedSize = 0;
+    }
     if (IsDirectory(object)) {
         // Fewer slots always fit.
         (void)ResizeDirListing(
