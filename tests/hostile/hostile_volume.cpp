@@ -1,7 +1,6 @@
 #include "hostile_volume.h"
 
-#include <algorithm>
-
+#include "scenario.h"
 #include "support/image_builder.h"
 
 namespace fatvol::test {
@@ -21,76 +20,69 @@ constexpr VolumeLayout layouts[] = {
 static_assert(std::size(layouts) == volumeKinds);
 
 // A sound volume, and where its directories have their slots.
-struct Template {
-    explicit Template(const VolumeLayout& layout) : builder(layout) {
+struct Template : ImageBuilder {
+    explicit Template(size_t kind) : ImageBuilder(layouts[kind]) {
+        AddVolumeLabel(*PlainShortName(u"LABEL"));
+        AddDeletedSlots(root, 2);
+        const size_t d = AddDirectory(root, u"D");
+        const size_t inner = AddDirectory(d, u"D");
+        const size_t e = AddDirectory(root, u"E");
+        for (const size_t directory : {root, d, inner}) {
+            AddFile(directory, entryNames[0], std::vector<uint8_t>(700, 'f'));
+            AddFile(directory, entryNames[4], std::vector<uint8_t>(10, 'n'));
+        }
         EntryOptions broken;
         broken.clusters = {30, 40, 31, 41, 32};
-        builder.AddVolumeLabel(*PlainShortName(u"LABEL"));
-        builder.AddDeletedSlots(builder.root, 2);
-        const size_t d = builder.AddDirectory(builder.root, entryNames[1]);
-        const size_t inner = builder.AddDirectory(d, entryNames[1]);
-        const size_t e = builder.AddDirectory(builder.root, entryNames[2]);
-        for (const size_t directory : {builder.root, d, inner}) {
-            builder.AddFile(directory, entryNames[0], std::vector<uint8_t>(700, 'f'));
-            builder.AddFile(directory, entryNames[4], std::vector<uint8_t>(10, 'n'));
-        }
-        builder.AddFile(builder.root, entryNames[3],
-                        std::vector<uint8_t>(5 * builder.geometry.clusterBytes - 7, 'b'), broken);
-        for (const size_t directory : {builder.root, d, inner, e}) {
-            const uint32_t count = builder.FirstCluster(directory) == 0
-                                       ? 16
-                                       : std::min(builder.geometry.clusterBytes / 32, 16U);
+        AddFile(root, u"BIG", std::vector<uint8_t>(5 * geometry.clusterBytes - 7, 'b'), broken);
+        for (const size_t directory : {root, d, inner, e}) {
+            const bool isFixed = FirstCluster(directory) == 0;
+            const uint32_t count = isFixed ? 16 : std::min(geometry.clusterBytes / 32, 16U);
             for (uint32_t slot = 0; slot < count; ++slot) {
-                slots.push_back(builder.SlotPosition(directory, slot));
+                slots.push_back(SlotPosition(directory, slot));
             }
+        }
+        if (kind >= smallVolumeKinds) {
+            AddEndlessDirectory();
         }
     }
 
-    ImageBuilder builder;
+    // A directory with more slots than there may be, some of which are the directory itself.
+    void AddEndlessDirectory() {
+        EntryOptions options;
+        for (uint32_t i = 50; i < std::min(geometry.clusterCount, 4050U); ++i) {
+            options.clusters.push_back(i);
+        }
+        const size_t directory = AddDirectory(root, u"EMPTY", options);
+        for (uint32_t slot = 2; slot < 6 * geometry.clusterBytes / 32; ++slot) {
+            const std::string number = std::to_string(10'000'000 + slot);
+            const std::u16string name(number.begin(), number.end());
+            const bool isItself = slot % 1000 == 2;
+            AddRawSlots(directory,
+                        {isItself ? MakeShortEntry(*PlainShortName(u"EMPTY"), 0x10, 50, 0)
+                                  : MakeShortEntry(*PlainShortName(name), 0x20, slot % 60, slot)});
+        }
+    }
+
     std::vector<uint64_t> slots;
 };
 
-// A directory with more slots than there may be, some of which are the directory itself.
-void AddEndlessDirectory(ImageBuilder& builder) {
-    const uint32_t first = 50, count = std::min(builder.geometry.clusterCount - 50, 4000U);
-    EntryOptions options;
-    for (uint32_t i = 0; i < count; ++i) {
-        options.clusters.push_back(first + i);
-    }
-    builder.AddDirectory(builder.root, u"EMPTY", options);
-    for (uint32_t slot = 2; slot < 6 * builder.geometry.clusterBytes / 32; ++slot) {
-        ShortName name = *PlainShortName(slot % 1000 == 2 ? u"EMPTY" : u"F0000000.Z");
-        for (uint32_t digit = 7, rest = slot; slot % 1000 != 2 && rest != 0; rest /= 10) {
-            name[digit--] = static_cast<uint8_t>('0' + rest % 10);
-        }
-        const Slot entry = slot % 1000 == 2 ? MakeShortEntry(name, 0x10, first, 0)
-                                            : MakeShortEntry(name, 0x20, slot % 60, slot);
-        builder.disk.Write(builder.geometry.ClusterPosition(first) + slot * 32, entry.data(), 32);
-    }
-}
-
 const Template& TemplateOf(size_t kind) {
-    static std::unique_ptr<Template> templates[volumeKinds];
-    if (!templates[kind]) {
-        templates[kind] = std::make_unique<Template>(layouts[kind]);
-        if (kind >= smallVolumeKinds) {
-            AddEndlessDirectory(templates[kind]->builder);
-        }
-    }
-    return *templates[kind];
+    static std::optional<Template> templates[volumeKinds];
+    return templates[kind] ? *templates[kind] : templates[kind].emplace(kind);
 }
 
 struct Mutator {
     Input& input;
     MemoryDisk& disk;
-    const Geometry& geometry;
-    const std::vector<uint64_t>& slots;
+    const Template& source;
+    const Geometry& geometry = source.geometry;
 
     uint32_t Cluster() {
         const uint32_t number = input.Byte();
-        const auto any = number < 0xC0 ? number % 64 : static_cast<uint32_t>(input.Take(2));
+        const auto any = number < 0xC0 ? number % 64 : input.Take(2);
         return 2 + any % geometry.clusterCount;
     }
+
     // At and next to what limits there are, next to what stood there, or anything.
     uint32_t Value(uint32_t current) {
         const uint32_t count = geometry.clusterCount, bad = geometry.badMark;
@@ -103,122 +95,120 @@ struct Mutator {
         return number < 0x80   ? limits[number % std::size(limits)]
                : number < 0xA0 ? current + number - 0x90
                : number < 0xE0 ? Cluster()
-                               : static_cast<uint32_t>(input.Take(4));
+                               : input.Take(4);
     }
+
     void Put(uint64_t position, uint32_t value, uint32_t size) {
         uint8_t bytes[4];
         Put32(bytes, value);
         disk.Write(position, bytes, size);
     }
-    void Mutate();
-    void PutLongName(uint64_t slot);
-    void PutChain(uint64_t slot);
+
+    void PutValue(uint64_t position, uint32_t size) {
+        Put(position, Value(Get32(disk.Read(position, 4).data())), size);
+    }
+
+    // A run of long-name entries with one byte of it wrong and, it may be, one entry missing.
+    void PutLongName(uint64_t slot) {
+        const ShortName name = *PlainShortName(u"ALIAS.TXT");
+        const uint32_t number = input.Byte();
+        const std::u16string longName(number < 0xF0 ? 1 + number % 60 : 260, u'l');
+        auto run = MakeLongEntries(longName, NameChecksum(name.data()));
+        run.push_back(MakeShortEntry(name, 0x20, Cluster(), 5));
+        auto& spoilt = run[input.Below(run.size())];
+        spoilt[input.Below(32)] ^= input.Byte();
+        const size_t omitted = input.Byte();
+        for (size_t i = 0; i < run.size() && slot + 32 <= disk.sizeBytes; ++i) {
+            if (i != omitted) {
+                disk.Write(slot, run[i].data(), 32);
+                slot += 32;
+            }
+        }
+    }
+
+    // A chain of consecutive clusters, in which an entry is repeated over and over.
+    void PutChain(uint64_t slot) {
+        const uint32_t first = Cluster();
+        const uint32_t last = std::min(first + input.Byte(), geometry.clusterCount + 1);
+        const auto entry = disk.Read(slot, 32);
+        for (uint32_t cluster = first; cluster <= last; ++cluster) {
+            const uint32_t next = cluster < last ? cluster + 1 : Value(0x0FFFFFFF);
+            PutFatEntry(disk, geometry, cluster, next, 0);
+            for (uint32_t at = 0; at < std::min(geometry.clusterBytes, 512U); at += 32) {
+                disk.Write(geometry.ClusterPosition(cluster) + at, entry.data(), 32);
+            }
+        }
+    }
+
+    void Mutate() {
+        static constexpr uint32_t fields[][2] = {
+            {0, 1},  {11, 2}, {13, 1}, {14, 2}, {16, 1}, {17, 2}, {19, 2}, {21, 1},
+            {22, 2}, {32, 4}, {36, 4}, {40, 2}, {42, 2}, {44, 4}, {48, 2}, {508, 4}};
+        const size_t kind = input.Below(10);
+        const uint64_t slot = input.Pick(source.slots);
+        if (kind == 0) {
+            const auto& [offset, size] = input.Pick(fields);
+            PutValue(offset, size);
+        } else if (kind <= 2) {
+            const uint32_t cluster = Cluster(), value = Value(cluster);
+            for (uint32_t copy = 0; copy < geometry.fatCount; ++copy) {
+                PutFatEntry(disk, geometry, cluster, value, copy);
+            }
+        } else if (kind == 3) {
+            const size_t offset = input.Below(32);
+            Put(slot + offset, input.Byte(), 1);
+        } else if (kind == 4) {
+            const uint32_t cluster = Value(2);
+            Put(slot + 20, cluster >> 16, 2);
+            Put(slot + 26, cluster, 2);
+        } else if (kind == 5) {
+            PutValue(slot + 28, 4);
+        } else if (kind == 6) {
+            const ShortName name = *PlainShortName(entryNames[input.Below(4)]);
+            const uint8_t attributes = input.Byte();
+            const uint32_t cluster = Value(2);
+            const auto entry = MakeShortEntry(name, attributes, cluster, Value(1));
+            disk.Write(slot, entry.data(), entry.size());
+        } else if (kind == 7) {
+            PutLongName(slot);
+        } else if (kind == 8) {
+            const uint64_t position = input.Take(3) % (disk.sizeBytes - 8);
+            const auto bytes = input.Span(input.Below(8));
+            disk.Write(position, bytes.data(), bytes.size());
+        } else {
+            PutChain(slot);
+        }
+    }
 };
-
-// A run of long-name entries with one byte of it wrong and, it may be, one entry missing.
-void Mutator::PutLongName(uint64_t slot) {
-    const ShortName name = *PlainShortName(u"ALIAS.TXT");
-    const uint32_t number = input.Byte();
-    const std::u16string longName(number < 0xF0 ? 1 + number % 60 : 260, u'l');
-    auto run = MakeLongEntries(longName, NameChecksum(name.data()));
-    run.push_back(MakeShortEntry(name, 0x20, Cluster(), 5));
-    auto& spoilt = run[input.Below(run.size())];
-    spoilt[input.Below(32)] ^= input.Byte();
-    const size_t omitted = input.Byte();
-    for (size_t i = 0; i < run.size() && slot + 32 <= disk.sizeBytes; ++i) {
-        if (i != omitted) {
-            disk.Write(slot, run[i].data(), 32);
-            slot += 32;
-        }
-    }
-}
-
-// A chain of consecutive clusters, in which an entry is repeated over and over.
-void Mutator::PutChain(uint64_t slot) {
-    const uint32_t first = Cluster();
-    const uint32_t last = std::min(first + input.Byte(), geometry.clusterCount + 1);
-    const auto entry = disk.Read(slot, 32);
-    for (uint32_t cluster = first; cluster <= last; ++cluster) {
-        const uint32_t next = cluster < last ? cluster + 1 : Value(0x0FFFFFFF);
-        PutFatEntry(disk, geometry, cluster, next, 0);
-        for (uint32_t at = 0; at < std::min(geometry.clusterBytes, 512U); at += 32) {
-            disk.Write(geometry.ClusterPosition(cluster) + at, entry.data(), 32);
-        }
-    }
-}
-
-void Mutator::Mutate() {
-    static constexpr uint32_t fields[][2] = {{0, 1},  {11, 2}, {13, 1}, {14, 2}, {16, 1}, {17, 2},
-                                             {19, 2}, {21, 1}, {22, 2}, {32, 4}, {36, 4}, {40, 2},
-                                             {42, 2}, {44, 4}, {48, 2}, {508, 4}};
-    const size_t kind = input.Below(10);
-    const uint64_t slot = slots[input.Below(slots.size())];
-    if (kind == 0) {
-        const auto& [offset, size] = input.Pick(fields);
-        Put(offset, Value(Get32(disk.Read(offset, 4).data())), size);
-    } else if (kind <= 2) {
-        const uint32_t cluster = Cluster(), value = Value(cluster);
-        for (uint32_t copy = 0; copy < geometry.fatCount; ++copy) {
-            PutFatEntry(disk, geometry, cluster, value, copy);
-        }
-    } else if (kind == 3) {
-        const size_t offset = input.Below(32);
-        Put(slot + offset, input.Byte(), 1);
-    } else if (kind == 4) {
-        const uint32_t cluster = Value(2);
-        Put(slot + 20, cluster >> 16, 2);
-        Put(slot + 26, cluster, 2);
-    } else if (kind == 5) {
-        Put(slot + 28, Value(Get32(disk.Read(slot + 28, 4).data())), 4);
-    } else if (kind == 6) {
-        const ShortName name = *PlainShortName(entryNames[input.Below(4)]);
-        const uint8_t attributes = input.Byte();
-        const uint32_t cluster = Value(2);
-        const auto entry = MakeShortEntry(name, attributes, cluster, Value(1));
-        disk.Write(slot, entry.data(), entry.size());
-    } else if (kind == 7) {
-        PutLongName(slot);
-    } else if (kind == 8) {
-        const uint64_t position = input.Take(3) % (disk.sizeBytes - 8);
-        const auto bytes = input.Span(input.Below(8));
-        disk.Write(position, bytes.data(), bytes.size());
-    } else {
-        PutChain(slot);
-    }
-}
-
-HostileVolume Finish(const MemoryDisk& image, uint64_t endBytes, bool isSound) {
-    const Geometry geometry = ReadGeometry(image);
-    const uint64_t claimed = uint64_t{geometry.totalSectors} * geometry.bytesPerSector;
-    auto disk =
-        std::make_unique<HostileDisk>(std::max<uint64_t>(claimed, 2048), endBytes, image.fillByte);
-    disk->Restore(image.Snapshot());
-    disk->dataPosition = geometry.dataPosition;
-    disk->clusterBytes = geometry.clusterBytes;
-    return {std::move(disk), isSound};
-}
 
 }  // namespace
 
-HostileVolume MakeHostileVolume(size_t kind, Input& input) {
-    if (kind == smallVolumeKinds - 1) {
-        MemoryDisk image(2048 + 128 * input.Take(2));
+std::unique_ptr<HostileDisk> MakeHostileVolume(size_t kind, Input& input) {
+    const bool isRaw = kind == smallVolumeKinds - 1;
+    const Template& source = TemplateOf(kind);
+    MemoryDisk image(isRaw ? 2048 + 128 * input.Take(2) : source.disk.sizeBytes);
+    uint32_t mutations = 0, cut = 0;
+    if (isRaw) {
         const auto bytes = input.Span(std::min<uint64_t>(input.Take(2), image.sizeBytes));
         image.Write(0, bytes.data(), bytes.size());
-        return Finish(image, image.sizeBytes, false);
+    } else {
+        image.Restore(source.disk.Snapshot());
+        const uint8_t number = input.Byte();
+        mutations = number % (number < 0xC0 ? 5U : 16U);
+        for (uint32_t i = 0; i < mutations; ++i) {
+            Mutator{input, image, source}.Mutate();
+        }
+        cut = mutations != 0 ? input.Byte() : 0;
     }
-    const Template& source = TemplateOf(kind);
-    MemoryDisk image(source.builder.disk.sizeBytes);
-    image.Restore(source.builder.disk.Snapshot());
-    Mutator mutator{input, image, source.builder.geometry, source.slots};
-    const uint8_t number = input.Byte();
-    const uint32_t mutations = number % (number < 0xC0 ? 5U : 16U);
-    for (uint32_t i = 0; i < mutations; ++i) {
-        mutator.Mutate();
-    }
-    const uint32_t cut = mutations != 0 ? input.Byte() : 0;
-    const uint64_t end = cut < 0xF0 ? image.sizeBytes : image.sizeBytes * (cut - 0xF0) / 16;
-    return Finish(image, end, mutations == 0 && kind < smallVolumeKinds);
+    const Geometry geometry = ReadGeometry(image);
+    const uint64_t claimed = uint64_t{geometry.totalSectors} * geometry.bytesPerSector;
+    auto disk = std::make_unique<HostileDisk>(std::max<uint64_t>(claimed, 2048));
+    disk->Restore(image.Snapshot());
+    disk->dataPosition = geometry.dataPosition;
+    disk->clusterBytes = geometry.clusterBytes;
+    disk->endBytes = cut < 0xF0 ? image.sizeBytes : image.sizeBytes * (cut - 0xF0) / 16;
+    disk->isSound = mutations == 0 && kind < smallVolumeKinds - 1;
+    return disk;
 }
 
 }  // namespace fatvol::test

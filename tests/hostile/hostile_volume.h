@@ -1,25 +1,112 @@
-// Volumes made by somebody who means harm.
+// Volumes and storages made by somebody who means harm.
 #pragma once
 
-#include <memory>
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <span>
+#include <stdexcept>
 
-#include "hostile_storage.h"
-#include "input.h"
+#include "support/fat_image.h"
+#include "support/memory_storage.h"
 
 namespace fatvol::test {
 
-// The kinds of volumes that can be asked for. The last ones are huge, and so slow that only their
-// own test takes them.
-inline constexpr size_t smallVolumeKinds = 8, volumeKinds = 10;
+// The bytes that a scenario is decoded from; zeros follow them.
+struct Input {
+    std::span<const uint8_t> left;
 
-struct HostileVolume {
-    std::unique_ptr<HostileDisk> disk;
-    bool isSound;
+    std::span<const uint8_t> Span(size_t byteCount) {
+        const auto taken = left.first(std::min(byteCount, left.size()));
+        left = left.subspan(taken.size());
+        return taken;
+    }
+    uint32_t Take(size_t byteCount) {
+        uint8_t bytes[4] = {};
+        std::ranges::copy(Span(byteCount), bytes);
+        return Get32(bytes);
+    }
+    uint8_t Byte() { return static_cast<uint8_t>(Take(1)); }
+    size_t Below(size_t limit) { return Byte() % limit; }
+    const auto& Pick(const auto& table) { return table[Below(std::size(table))]; }
+    template <class T, class... More>
+    T OneOf(T first, More... more) {
+        return Pick(std::array<T, 1 + sizeof...(more)>{first, more...});
+    }
 };
 
-// A volume of a kind, mutated as the input says: a count, and that many mutations. The last of the
-// small kinds is an image that stands in the input byte by byte.
-HostileVolume MakeHostileVolume(size_t kind, Input& input);
+// The volume says that it has as many bytes as the disk; from `endBytes` on every access fails.
+struct HostileDisk : MemoryDisk {
+    using MemoryDisk::MemoryDisk;
+
+    uint64_t endBytes = sizeBytes;
+    bool isSound = false;                     // and has to be so at the end
+    static inline uint64_t storageCalls = 0;  // of all disks
+    // How the host breaks its word, none while 0:
+    uint32_t spoiltCallback = 0;  // 1 to 7: PrepareDevice leaves this one null; 8: it throws
+    uint32_t mpbLie = 0;          // byte of the record; in the next 8 bits what is added to it
+    bool throwsInTransfers = false;
+    bool transfersHalf = false;  // and says that it was all
+    bool hasLied = false;        // at any time
+
+    void Repair() {
+        failure = {};
+        openResult = 0;
+        spoiltCallback = 0;
+        throwsInTransfers = transfersHalf = false;
+    }
+
+    int Transfer(const Call& call, unsigned char* buffer, unsigned int sectorBytes) override {
+        const uint64_t unit = call.kind >= CallKind::ReadSectors ? sectorBytes : 1;
+        const uint64_t end = (static_cast<uint64_t>(call.position) + call.count) * unit;
+        ++storageCalls;
+        if (throwsInTransfers) {
+            throw std::runtime_error("host");
+        }
+        if (end > endBytes && end <= sizeBytes) {
+            return -9;
+        }
+        if (transfersHalf && !IsWrite(call.kind)) {
+            std::memset(buffer, 0xDB, call.count * unit);
+        }
+        const unsigned int count = transfersHalf ? call.count / 2 : call.count;
+        return MemoryDisk::Transfer({call.kind, call.position, count}, buffer, sectorBytes);
+    }
+};
+
+class HostileStorage : public MemoryStorage {
+public:
+    explicit HostileStorage(HostileDisk& hostile) : MemoryStorage(hostile), disk(hostile) {}
+
+    void PrepareDevice() override {
+        StorageTransferProc* const procs[] = {&ReadBytesProc,        &WriteBytesProc,
+                                              &ReadBytesAlignedProc, &WriteBytesAlignedProc,
+                                              &ReadSectorsProc,      &WriteSectorsProc};
+        MemoryStorage::PrepareDevice();
+        GetMpbProc = disk.spoiltCallback == 7 ? nullptr : &LyingGetMpb;
+        lie = disk.mpbLie;
+        if (disk.spoiltCallback == 8) {
+            throw std::runtime_error("host");
+        }
+        if (disk.spoiltCallback >= 1 && disk.spoiltCallback <= 6) {
+            *procs[disk.spoiltCallback - 1] = nullptr;
+        }
+    }
+
+private:
+    static void LyingGetMpb(void* bootSector, void* mpb) {
+        _GetMpb(bootSector, mpb);
+        auto& byte = static_cast<uint8_t*>(mpb)[lie % 28];
+        byte = static_cast<uint8_t>(byte + (lie >> 8));
+    }
+
+    static inline uint32_t lie = 0;  // the callback is not told of which storage it is
+    HostileDisk& disk;
+};
+
+// A volume of a kind, mutated as the input says: a count, and that many mutations. That of the raw
+// kind stands in the input byte by byte.
+std::unique_ptr<HostileDisk> MakeHostileVolume(size_t kind, Input& input);
 
 // The names of entries that these volumes hold, and of some that they don't.
 inline constexpr const char16_t* entryNames[] = {

@@ -68,6 +68,7 @@ public:
 
     // Bytes never written read as `fill`.
     explicit MemoryDisk(uint64_t size, uint8_t fill = 0) : sizeBytes(size), fillByte(fill) {}
+    virtual ~MemoryDisk() = default;
 
     // Contents. Ranges outside the disk throw.
     void Read(uint64_t positionBytes, void* buffer, uint64_t count) const;
@@ -86,7 +87,7 @@ public:
     static MemoryDisk Load(const std::string& path);
 
     // What the storage's callbacks do.
-    int Transfer(const Call& call, unsigned char* buffer, unsigned int sectorBytes);
+    virtual int Transfer(const Call& call, unsigned char* buffer, unsigned int sectorBytes);
 
     const uint64_t sizeBytes;
     const uint8_t fillByte;
