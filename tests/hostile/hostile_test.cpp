@@ -26,7 +26,7 @@ protected:
     ~HostileTest() override {
         Fat_LibTerminate();
         for (const auto& [what, count] : totals) {
-            std::cout << count << ' ' << what << "; ";
+            std::cout << count << ' ' << what << "\n";
         }
     }
 

@@ -79,8 +79,7 @@ struct Mutator {
 
     uint32_t Cluster() {
         const uint32_t number = input.Byte();
-        const auto any = number < 0xC0 ? number % 64 : input.Take(2);
-        return 2 + any % geometry.clusterCount;
+        return 2 + (number < 0xC0 ? number % 64 : input.Take(2)) % geometry.clusterCount;
     }
 
     // At and next to what limits there are, next to what stood there, or anything.

@@ -1,6 +1,7 @@
 #include "scenario.h"
 
 #include <climits>
+#include <functional>
 
 #include "api/library_state.h"
 #include "dir/listing_check.h"
@@ -101,6 +102,7 @@ private:
     Side* side = &sides[0];
     uint8_t choice = 0;
     std::u16string paths[2];
+    size_t pathCount = 0;
     unsigned int number = 0;
     FatFileInfo info{};
     FatVolumeInfo volumeInfo{};
@@ -164,6 +166,7 @@ private:
     unsigned int* Any(Of<unsigned int*>) { return OrNull(number); }
     FatFileInfo* Any(Of<FatFileInfo*>) { return OrNull(info); }
     const FatFileInfo* Any(Of<const FatFileInfo*>) {
+        info = {};
         info.attributes = input.Byte();
         info.lastWriteTimeHigh = input.Take(4);
         return OrNull(info);
@@ -195,8 +198,7 @@ private:
 
     // A path; the last two stay.
     const char16_t* Any(Of<const char16_t*>) {
-        std::swap(paths[0], paths[1]);
-        std::u16string& path = paths[0];
+        std::u16string& path = paths[pathCount++ % 2];
         const uint8_t form = input.Byte();
         path.clear();
         if (form >= 0xFC) {
@@ -235,15 +237,12 @@ private:
             areListingsInStep = sides[0].disk->isSound = sides[1].disk->isSound = false;
         }
         number = 0;
-        if (kind % 4 == 0) {
-            Fat_ReadFile(handle, count, buffer, done);
-        } else if (kind % 4 == 1) {
-            Fat_ReadFileEx(handle, offset, count, buffer, done);
-        } else if (kind % 4 == 2) {
-            Fat_WriteFile(handle, count, buffer, done);
-        } else {
-            Fat_WriteFileEx(handle, offset, count, buffer, done);
-        }
+        const std::function<void()> transfers[] = {
+            [&] { Fat_ReadFile(handle, count, buffer, done); },
+            [&] { Fat_ReadFileEx(handle, offset, count, buffer, done); },
+            [&] { Fat_WriteFile(handle, count, buffer, done); },
+            [&] { Fat_WriteFileEx(handle, offset, count, buffer, done); }};
+        transfers[kind % 4]();
         Require(number <= count, "more bytes transferred than asked for\n");
     }
 
@@ -307,9 +306,8 @@ private:
     void CheckState() {
         Require(!Library || IsLibrarySound(), "the library's invariants\n");
         for (const Side& each : sides) {
-            const bool isInStep =
-                !each.mounted || !areListingsInStep || AreListingsInStep(*each.mounted);
-            Require(isInStep, "a listing differs from its directory\n");
+            Require(!each.mounted || !areListingsInStep || AreListingsInStep(*each.mounted),
+                    "a listing differs from its directory\n");
             Require(each.disk->hasLied || each.disk->counters.Breaches() == 0,
                     "access outside the volume or out of order\n");
         }
