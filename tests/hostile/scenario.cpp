@@ -313,10 +313,11 @@ private:
         }
     }
 
-    // Closes and unmounts everything, with storages that work again, and judges what is left.
+    // Closes and unmounts everything, with storages that no longer fail, and judges what is left.
     void Finish() {
         for (Side& each : sides) {
-            each.disk->Repair();
+            each.disk->failure = {};
+            each.disk->throwsInTransfers = false;
             FatVolume* const volume = std::exchange(each.mounted, nullptr);
             Require(!volume || Fat_Unmount(volume) || Fat_Unmount(volume), "no unmount\n");
         }
