@@ -9,77 +9,62 @@
 namespace fatvol::test {
 namespace {
 
-using Paths = std::set<std::u16string>;
+template <class Action>
+void ForChain(const MemoryDisk& disk, const Geometry& geometry, uint32_t first, Action action) {
+    uint32_t left = geometry.clusterCount;  // chains of changed objects may have loops
+    for (uint32_t at = first; geometry.HasCluster(at) && left > 0; --left) {
+        action(at);
+        at = test::GetFatEntry(disk, geometry, at);
+    }
+}
 
 // What was there at the last flush, what has been changed since, and the findings of all cuts.
 struct Judge {
-    const Model* flushed = nullptr;
+    Model flushed = {};
     std::vector<const std::u16string*> ownerOf = {};  // by cluster
-    Paths changed = {}, carried = {};                 // single objects; whole subtrees
+    std::set<std::u16string> changed = {};            // with all below
     uint64_t cuts = 0, lostClusters = 0, cutsWithSharing = 0, cutsWithCarriedLost = 0;
 
     bool IsUntouched(const std::u16string& path) const {
-        return !changed.contains(path) &&
-               std::none_of(carried.begin(), carried.end(),
-                            [&](const std::u16string& above) { return IsAtOrBelow(path, above); });
-    }
-
-    template <class Action>
-    static void ForChain(const MemoryDisk& disk, const Geometry& geometry, const TreeNode& node,
-                         Action action) {
-        uint32_t left = geometry.clusterCount;  // chains of changed objects may have loops
-        for (uint32_t at = node.FirstCluster(); geometry.HasCluster(at) && left > 0; --left) {
-            action(at);
-            at = test::GetFatEntry(disk, geometry, at);
-        }
+        return std::none_of(changed.begin(), changed.end(),
+                            [&](const std::u16string& each) { return IsAtOrBelow(path, each); });
     }
 
     // After a flush that was true everything is there, whole.
     void BeginAfterFlush(const MemoryDisk& disk, const Model& model) {
         EXPECT_EQ(CheckImage(disk).Text(), "");
         const Tree tree = FoldedTree(disk);
-        EXPECT_EQ(model.Difference(tree), "");
         const Geometry geometry = ReadGeometry(disk);
-        flushed = &model;
-        ownerOf.assign(geometry.clusterCount + 2, nullptr);
-        for (const auto& [path, node] : tree) {
-            const std::u16string* const owner = &model.nodes.find(path)->first;
-            ForChain(disk, geometry, node, [&](uint32_t cluster) { ownerOf[cluster] = owner; });
-        }
+        flushed = model;
         changed.clear();
-        carried.clear();
-    }
-
-    void Note(const Step& step, const std::u16string& heldPath) {
-        const bool carries = step.op == "rename" || step.op == "move";
-        const bool byPath = step.op == "create" || step.op == "mkdir" || step.op == "delete";
-        const bool byHandle = step.op == "write" || step.op == "resize" || step.op == "attributes";
-        if (carries || byPath || byHandle) {
-            (carries ? carried : changed).insert(byHandle ? heldPath : FoldAscii(step.path));
+        ownerOf.assign(geometry.clusterCount + 2, nullptr);
+        EXPECT_EQ(tree.size(), flushed.size());
+        for (const auto& [path, node] : flushed) {
+            ASSERT_TRUE(IsThere(tree, path, node)) << Printable(path);
+            const std::u16string* const owner = &path;
+            ForChain(disk, geometry, tree.at(path).FirstCluster(),
+                     [&](uint32_t cluster) { ownerOf[cluster] = owner; });
         }
     }
 
     void JudgeCut(MemoryDisk& disk) {
         const Geometry geometry = ReadGeometry(disk);
         const Tree tree = FoldedTree(disk);
-        std::string damage;
         bool isCarriedLost = false;
-        for (const auto& [path, node] : flushed->nodes) {
-            const bool isLost = !Difference(node, tree, path).empty();
-            damage += isLost && IsUntouched(path) ? Printable(path) + " is damaged\n" : "";
+        for (const auto& [path, node] : flushed) {
+            const bool isLost = !IsThere(tree, path, node);
+            EXPECT_FALSE(isLost && IsUntouched(path)) << Printable(path) << " is damaged";
             isCarriedLost |= isLost && !changed.contains(path);
         }
-        for (const auto& found : tree) {
-            const std::u16string& path = found.first;
-            const TreeNode& node = path == u"HUGE" ? TreeNode{} : found.second;
-            ForChain(disk, geometry, node, [&](uint32_t cluster) {
+        for (const auto& [path, node] : tree) {
+            const std::u16string* const sharer = &path;
+            const uint32_t first = path == u"HUGE" ? 0 : node.FirstCluster();
+            ForChain(disk, geometry, first, [&](uint32_t cluster) {
                 const std::u16string* owner = ownerOf[cluster];
-                damage += owner && *owner != path && IsUntouched(*owner)
-                              ? Printable(path) + " shares with " + Printable(*owner) + "\n"
-                              : "";
+                EXPECT_FALSE(owner && *owner != *sharer && IsUntouched(*owner))
+                    << Printable(*sharer) << " shares with " << Printable(*owner);
             });
         }
-        EXPECT_EQ(damage, "");
         const ImageReport report = CheckImage(disk);
         ++cuts;
         lostClusters += report.lostClusters;
@@ -105,51 +90,45 @@ std::vector<size_t> TornLengths(const MemoryDisk& disk, const DiskWrite& write) 
     return lengths;
 }
 
-// A step of the workload with what it wrote; the last one is unmounting.
-struct Recorded {
-    Step step;
-    std::u16string heldPath;
-    std::vector<DiskWrite> writes;
-    Model after;  // of a flush
-};
-
-std::vector<Recorded> Record(uint32_t fatType, std::optional<MemoryDisk>& start) {
+// Runs the workload, and unmounts. `cut` is called for each write, on the disk as it was before,
+// with the disk as it was at the last flush and the writes since then.
+template <class Cut>
+void CutEachWrite(uint32_t fatType, const char* name, Cut cut) {
+    static const std::set<std::string> changing = {"create", "mkdir", "write",  "resize",
+                                                   "rename", "move",  "delete", "attributes"};
     Session session(fatType);
     EXPECT_TRUE(session.Start());
-    start.emplace(session.disk.sizeBytes).Restore(session.disk.Snapshot());
-    std::vector<Recorded> records{{{"flush"}, {}, {}, session.model}};
+    MemoryDisk disk(session.disk.sizeBytes), atFlush(session.disk.sizeBytes);
+    disk.Restore(session.disk.Snapshot());
+    atFlush.Restore(session.disk.Snapshot());
+    const Model start = session.model;
     session.disk.keepWrites = true;
-    for (const Step& step : Workload()) {
-        EXPECT_TRUE(session.Run(step)) << "step " << records.size();
-        const bool isFlush = step.op == "flush" || step.op == "remount";
-        records.push_back({step, session.PathOf(step), std::exchange(session.disk.writes, {}),
-                           isFlush ? session.model : Model()});
+    std::vector<Step> steps = Workload();
+    steps.push_back({"remount"});
+    std::vector<std::vector<DiskWrite>> writes;
+    std::map<size_t, Model> afterFlush;
+    for (const Step& step : steps) {
+        EXPECT_TRUE(session.Run(step)) << "step " << writes.size();
+        writes.push_back(std::exchange(session.disk.writes, {}));
+        if (step.op == "flush" || step.op == "remount") {
+            afterFlush[writes.size() - 1] = session.model;
+        }
     }
-    EXPECT_TRUE(session.Unmount());
-    records.push_back({{"flush"}, {}, std::exchange(session.disk.writes, {}), session.model});
-    return records;
-}
-
-// Replays the writes; `cut` is called before each with those since the last flush and the disk as
-// it was then.
-template <class Cut>
-void Replay(uint32_t fatType, const char* name, Cut cut) {
-    std::optional<MemoryDisk> start;
-    const std::vector<Recorded> records = Record(fatType, start);
-    Fat_LibInitialize();
-    MemoryDisk &disk = *start, atFlush(disk.sizeBytes);
-    std::vector<DiskWrite> sinceFlush;
     Judge judge;
-    for (const Recorded& record : records) {
-        judge.Note(record.step, record.heldPath);
-        for (const DiskWrite& write : record.writes) {
-            SCOPED_TRACE(record.step.op + ", write at " + std::to_string(write.positionBytes));
+    judge.BeginAfterFlush(disk, start);
+    std::vector<DiskWrite> sinceFlush;
+    for (size_t i = 0; i < steps.size(); ++i) {
+        SCOPED_TRACE("step " + std::to_string(i + 1) + ", " + steps[i].op);
+        if (changing.contains(steps[i].op)) {
+            judge.changed.insert(FoldAscii(steps[i].path));
+        }
+        for (const DiskWrite& write : writes[i]) {
             sinceFlush.push_back(write);
             cut(judge, disk, atFlush, sinceFlush);
-            disk.Replay({write}, 1);
+            disk.Write(write.positionBytes, write.bytes.data(), write.bytes.size());
         }
-        if (record.step.op == "flush" || record.step.op == "remount") {
-            judge.BeginAfterFlush(disk, record.after);
+        if (afterFlush.contains(i)) {
+            judge.BeginAfterFlush(disk, afterFlush[i]);
             atFlush.Restore(disk.Snapshot());
             sinceFlush.clear();
         }
@@ -160,37 +139,38 @@ void Replay(uint32_t fatType, const char* name, Cut cut) {
               << " with something not found below a renamed or moved directory\n";
 }
 
-struct CutPower : VolumeTest, testing::WithParamInterface<uint32_t> {};
+struct CutPower : testing::TestWithParam<uint32_t> {};
 INSTANTIATE_TEST_SUITE_P(Fat, CutPower, testing::Values(12, 16, 32),
                          testing::PrintToStringParamName());
 
 TEST_P(CutPower, BetweenSectorsInOrder) {
-    Replay(GetParam(), "in order", [](Judge& judge, const MemoryDisk& disk, auto&, auto& writes) {
+    const auto cut = [](Judge& judge, const MemoryDisk& disk, auto&, auto& writes) {
         const DiskWrite& write = writes.back();
         const std::vector<size_t> lengths = TornLengths(disk, write);
         ForEvents(lengths.size(), 1, [&](uint64_t n) {
-            MemoryDisk cut(disk.sizeBytes);
-            cut.Restore(disk.Snapshot());
-            cut.Write(write.positionBytes, write.bytes.data(), lengths[n - 1]);
-            judge.JudgeCut(cut);
+            MemoryDisk torn(disk.sizeBytes);
+            torn.Restore(disk.Snapshot());
+            torn.Write(write.positionBytes, write.bytes.data(), lengths[n - 1]);
+            judge.JudgeCut(torn);
         });
-    });
+    };
+    CutEachWrite(GetParam(), "in order", cut);
 }
 
 TEST_P(CutPower, OfStorageThatReordersWrites) {
     Rng rng(GetParam());
-    Replay(GetParam(), "reordered",
-           [&](Judge& judge, auto&, const MemoryDisk& atFlush, auto& writes) {
-               ForEvents(8, writes.size() % 3 == 0, [&](uint64_t) {
-                   MemoryDisk cut(atFlush.sizeBytes);
-                   cut.Restore(atFlush.Snapshot());
-                   for (const DiskWrite& write : writes) {
-                       cut.Write(write.positionBytes, write.bytes.data(),
-                                 Below(rng, 2) * write.bytes.size());
-                   }
-                   judge.JudgeCut(cut);
-               });
-           });
+    const auto cut = [&](Judge& judge, auto&, const MemoryDisk& atFlush, auto& writes) {
+        ForEvents(8, writes.size() % 3 == 0, [&](uint64_t) {
+            MemoryDisk some(atFlush.sizeBytes);
+            some.Restore(atFlush.Snapshot());
+            for (const DiskWrite& write : writes) {
+                some.Write(write.positionBytes, write.bytes.data(),
+                           Below(rng, 2) * write.bytes.size());
+            }
+            judge.JudgeCut(some);
+        });
+    };
+    CutEachWrite(GetParam(), "reordered", cut);
 }
 
 }  // namespace
