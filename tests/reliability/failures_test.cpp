@@ -4,24 +4,9 @@
 #include <malloc.h>
 
 #include <iostream>
-#include <new>
 
 #include "volume/fat_volume.h"
 #include "workload.h"
-
-#define REPLACE(name, parameters, ...)                                                \
-    extern "C" void* __real_##name parameters;                                        \
-    extern "C" void* __wrap_##name parameters {                                       \
-        const bool fails =                                                            \
-            fatvol::test::failurePoint.Fails(fatvol::test::failurePoint.allocations); \
-        return fails ? nullptr : __real_##name(__VA_ARGS__);                          \
-    }
-
-REPLACE(malloc, (size_t bytes), bytes)
-REPLACE(calloc, (size_t count, size_t bytes), count, bytes)
-REPLACE(realloc, (void* memory, size_t bytes), memory, bytes)
-REPLACE(_ZnwmRKSt9nothrow_t, (size_t bytes, const std::nothrow_t& tag), bytes, tag)
-REPLACE(_ZnamRKSt9nothrow_t, (size_t bytes, const std::nothrow_t& tag), bytes, tag)
 
 namespace fatvol::test {
 namespace {

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "api/library_state.h"
+#include "support/allocation_hook.h"
 
 namespace fatvol::test {
 namespace {
@@ -17,24 +18,19 @@ uint8_t* Buffer() {
     return buffer.get();
 }
 
-std::u16string ParentOf(const std::u16string& path) {
-    const size_t separator = path.rfind(u'\\');
-    return separator == path.npos ? u"" : path.substr(0, separator);
-}
-
 struct Start {
     ImageBuilder builder;
     Model model;
 };
 
 ImageBuilder BuildStart(uint32_t fatType) {
+    // The FAT32 has five blocks: more than collect before they are written.
+    const auto [sectorsPerCluster, clusterCount] = fatType == 12   ? std::pair(64U, 2600U)
+                                                   : fatType == 16 ? std::pair(4U, 41000U)
+                                                                   : std::pair(1U, 300000U);
     ImageBuilder builder({.fatType = fatType,
-                          .sectorsPerCluster = fatType == 12   ? 64U
-                                               : fatType == 16 ? 4U
-                                                               : 2U,
-                          .clusterCount = fatType == 12   ? 2600U
-                                          : fatType == 16 ? 41000U
-                                                          : 80000U,
+                          .sectorsPerCluster = sectorsPerCluster,
+                          .clusterCount = clusterCount,
                           .rootEntryCount = 256});
     EntryOptions huge;  // in two pieces, and without bytes of its own
     huge.size = hugeBytes;
@@ -151,6 +147,11 @@ const std::vector<Step>& Workload() {
     return steps;
 }
 
+std::u16string ParentOf(const std::u16string& path) {
+    const size_t separator = path.rfind(u'\\');
+    return separator == path.npos ? u"" : path.substr(0, separator);
+}
+
 bool IsAtOrBelow(const std::u16string& path, const std::u16string& directory) {
     return path == directory || path.starts_with(directory + u"\\");
 }
@@ -178,6 +179,7 @@ Session::Session(uint32_t fatType, const FailurePoint& failure)
         const bool isOfThem = IsWrite(call.kind) ? failurePoint.writes : failurePoint.reads;
         return failurePoint.Fails(isOfThem) ? -5 : 0;
     };
+    mayAllocate = [](size_t) { return !failurePoint.Fails(failurePoint.allocations); };
     failurePoint = failure;
 }
 

@@ -49,6 +49,7 @@ using Model = std::map<std::u16string, ModelNode>;
 
 // Whether a volume has a node as the model does.
 bool IsThere(const Tree& actual, const std::u16string& path, const ModelNode& expected);
+std::u16string ParentOf(const std::u16string& path);
 bool IsAtOrBelow(const std::u16string& path, const std::u16string& directory);
 
 // What a volume holds, by upper-case paths; of large files the first MiB.
