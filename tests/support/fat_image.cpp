@@ -84,14 +84,13 @@ uint8_t NameChecksum(const uint8_t* shortName) {
 }
 
 std::u16string DisplayName(const uint8_t* shortName) {
-    const auto trimmed = [&](int begin, int end) {
-        while (end > begin && shortName[end - 1] == ' ') {
-            --end;
-        }
-        return std::u16string(shortName + begin, shortName + end);
+    const auto trimmed = [](const uint8_t* begin, const uint8_t* end) {
+        const std::u16string padded(begin, end);
+        return padded.substr(0, padded.find_last_not_of(u' ') + 1);
     };
-    const std::u16string extension = trimmed(8, 11);
-    return extension.empty() ? trimmed(0, 8) : trimmed(0, 8) + u'.' + extension;
+    const std::u16string base = trimmed(shortName, shortName + 8);
+    const std::u16string extension = trimmed(shortName + 8, shortName + 11);
+    return extension.empty() ? base : base + u'.' + extension;
 }
 
 std::u16string FoldAscii(std::u16string name) {
@@ -116,7 +115,7 @@ std::u16string JoinPath(const std::u16string& directory, const std::u16string& n
     return directory.empty() ? name : directory + u'\\' + name;
 }
 
-std::string Difference(const Tree& expected, const Tree& actual, Compare what) {
+std::string Difference(const Tree& expected, const Tree& actual) {
     std::string out;
     const auto report = [&](const std::u16string& path, const std::string& text) {
         if (std::count(out.begin(), out.end(), '\n') < 5) {
@@ -131,21 +130,17 @@ std::string Difference(const Tree& expected, const Tree& actual, Compare what) {
         }
         const TreeNode& other = found->second;
         const auto& bytes = other.content;
-        if (what == Compare::WholeEntryContent ? node.entry != other.entry
-                                               : node.Attributes() != other.Attributes()) {
-            report(path, "entry differs");
-        } else if (node.Size() != other.Size()) {
-            report(path, "size " + std::to_string(node.Size()) + " became " +
-                             std::to_string(other.Size()));
-        } else if (const auto at = std::mismatch(node.content.begin(), node.content.end(),
-                                                 bytes.begin(), bytes.end());
-                   node.content != bytes) {
-            report(path, "content differs at " + std::to_string(at.first - node.content.begin()));
+        if (node.Attributes() != other.Attributes() || node.Size() != other.Size()) {
+            report(path, "attributes or size " + std::to_string(other.Size()));
+        } else if (node.content != bytes) {
+            const auto at =
+                std::mismatch(node.content.begin(), node.content.end(), bytes.begin(), bytes.end());
+            report(path, "content differs at " + std::to_string(at.second - bytes.begin()));
         }
     }
-    for (const auto& [path, node] : actual) {
-        if (!expected.contains(path)) {
-            report(path, "unexpected");
+    for (const auto& found : actual) {
+        if (!expected.contains(found.first)) {
+            report(found.first, "unexpected");
         }
     }
     return out;

@@ -79,10 +79,7 @@ struct TreeNode {
 // Path without leading backslash -> node; no dot entries, no volume label.
 using Tree = std::map<std::u16string, TreeNode>;
 
-enum class Compare { AttributesSizeContent, WholeEntryContent };
-
-// Empty when equal, otherwise the first few differences.
-std::string Difference(const Tree& expected, const Tree& actual,
-                       Compare what = Compare::AttributesSizeContent);
+// In paths, attributes, sizes and contents: empty when equal, otherwise the first few differences.
+std::string Difference(const Tree& expected, const Tree& actual);
 
 }  // namespace fatvol::test

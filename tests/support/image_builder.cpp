@@ -108,10 +108,11 @@ MemoryDisk MakeDisk(const VolumeLayout& layout) {
     return disk;
 }
 
-ShortName PadShortName(std::u16string_view base, std::u16string_view extension) {
-    ShortName name;
-    name.fill(' ');
+ShortName PadShortName(std::u16string base, std::u16string extension) {
+    base.resize(8, u' ');
+    extension.resize(3, u' ');
     const auto narrow = [](char16_t unit) { return static_cast<uint8_t>(unit); };
+    ShortName name;
     std::transform(base.begin(), base.end(), name.begin(), narrow);
     std::transform(extension.begin(), extension.end(), name.begin() + 8, narrow);
     return name;
@@ -211,38 +212,26 @@ void ImageBuilder::SetBootField(uint32_t offset, uint32_t sizeBytes, uint32_t va
     disk.Write(offset, bytes.data(), sizeBytes);
 }
 
-void ImageBuilder::SetAllocationOrder(std::vector<uint32_t> order) {
-    allocationOrder = std::move(order);
-    allocationNext = 0;
-}
-
-uint32_t ImageBuilder::TakeFreeCluster() {
-    while (allocationNext < allocationOrder.size()) {
-        const uint32_t cluster = allocationOrder[allocationNext++];
-        if (!used[cluster]) {
-            return cluster;
-        }
+uint32_t ImageBuilder::TakeCluster() {
+    while (!allocationOrder.empty() && used[allocationOrder.back()]) {
+        allocationOrder.pop_back();
     }
-    while (used[lowestFree]) {
-        if (++lowestFree == used.size()) {
-            lowestFree = 2;
-            Refuse("volume full");
-        }
+    while (lowestFree < used.size() && used[lowestFree]) {
+        ++lowestFree;
     }
-    return lowestFree;
+    const uint32_t cluster = allocationOrder.empty() ? lowestFree : allocationOrder.back();
+    if (!geometry.HasCluster(cluster)) {
+        Refuse("volume full");
+    }
+    SetFatEntry(cluster, endOfChain);
+    return cluster;
 }
 
 std::vector<uint32_t> ImageBuilder::TakeChain(const EntryOptions& options, uint64_t bytes) {
     std::vector<uint32_t> chain = options.clusters;
-    for (const uint32_t cluster : chain) {
-        if (!geometry.HasCluster(cluster) || used[cluster]) {
-            Refuse("cluster " + std::to_string(cluster) + " is not free");
-        }
-    }
     const size_t count = chain.empty() ? DivideUp(bytes, geometry.clusterBytes) : chain.size();
     while (chain.size() < count) {
-        chain.push_back(TakeFreeCluster());
-        SetFatEntry(chain.back(), endOfChain);
+        chain.push_back(TakeCluster());
     }
     for (size_t i = 0; i < count; ++i) {
         SetFatEntry(chain[i], i + 1 < count ? chain[i + 1] : endOfChain);
@@ -279,9 +268,8 @@ uint64_t ImageBuilder::AddRawSlots(size_t directory, const std::vector<Slot>& sl
             if (dir.clusters.empty() || dir.usedSlots == 65536) {
                 Refuse("directory full");
             }
-            const uint32_t cluster = TakeFreeCluster();
+            const uint32_t cluster = TakeCluster();
             SetFatEntry(dir.clusters.back(), cluster);
-            SetFatEntry(cluster, endOfChain);
             dir.clusters.push_back(cluster);
             disk.Fill(geometry.ClusterPosition(cluster), geometry.clusterBytes, 0);
         }
@@ -297,36 +285,21 @@ void ImageBuilder::AddDeletedSlots(size_t directory, uint32_t count) {
 }
 
 void ImageBuilder::AddVolumeLabel(const ShortName& label) {
-    const bool isFat32 = geometry.fatType == 32;
-    disk.Write(isFat32 ? 71 : 43, label.data(), label.size());
-    if (isFat32) {
-        disk.Write(Get16(disk.Read(50, 2).data()) * uint64_t{geometry.bytesPerSector} + 71,
-                   label.data(), label.size());
-    }
     AddRawSlots(root, {MakeShortEntry(label, 0x08, 0, 0)});
 }
 
-// Turns `name` into the path of the new entry.
-uint64_t ImageBuilder::AddEntry(size_t parent, std::u16string& name, const EntryOptions& options,
-                                TreeNode node) {
-    char16_t alias[] = u"LN~00000";
-    for (size_t i = 7, number = paths.size(); i > 2; --i, number /= 10) {
-        alias[i] = static_cast<char16_t>(u'0' + number % 10);
-    }
-    const ShortName shortName = options.shortName.value_or(
-        PlainShortName(name).value_or(PadShortName(std::u16string_view(alias, 8), u"")));
-    std::copy(shortName.begin(), shortName.end(), node.entry.begin());
-    const std::u16string shown = DisplayName(shortName.data());
-    const bool isLong = options.longName == LongName::Always ||
-                        (options.longName == LongName::WhenNeeded && name != shown);
+uint64_t ImageBuilder::AddEntry(size_t parent, const std::u16string& name,
+                                const EntryOptions& options, TreeNode node) {
+    const std::optional<ShortName> plain = PlainShortName(name);
+    char alias[12];
+    std::snprintf(alias, sizeof(alias), "LN~%05u   ", static_cast<unsigned>(tree.size() % 100000));
+    std::copy_n(plain ? plain->begin() : reinterpret_cast<uint8_t*>(alias), 11, node.entry.begin());
     std::vector<Slot> slots;
-    if (isLong) {
-        slots = MakeLongEntries(name, NameChecksum(shortName.data()));
+    if (!plain || options.alwaysLong) {
+        slots = MakeLongEntries(name, NameChecksum(node.entry.data()));
     }
     slots.push_back(node.entry);
-    name = JoinPath(Path(parent), isLong ? name : shown);
-    paths.insert(FoldAscii(name));
-    tree[name] = std::move(node);
+    tree[JoinPath(Path(parent), name)] = std::move(node);
     return AddRawSlots(parent, slots);
 }
 
@@ -339,8 +312,7 @@ uint64_t ImageBuilder::AddFile(size_t parent, const std::u16string& name,
         done += part;
     }
     const auto size = options.size.value_or(static_cast<uint32_t>(content.size()));
-    std::u16string path = name;
-    return AddEntry(parent, path, options,
+    return AddEntry(parent, name, options,
                     {MakeShortEntry({}, options.attributes, chain.empty() ? 0 : chain.front(), size,
                                     options.times),
                      content});
@@ -354,10 +326,9 @@ size_t ImageBuilder::AddDirectory(size_t parent, const std::u16string& name,
     }
     const uint32_t first = chain.front();
     const auto attributes = static_cast<uint8_t>((options.attributes & ~0x20) | 0x10);
-    std::u16string path = name;
-    AddEntry(parent, path, options,
+    AddEntry(parent, name, options,
              {MakeShortEntry({}, attributes, first, options.size.value_or(0), options.times), {}});
-    directories.push_back({path, chain});
+    directories.push_back({JoinPath(Path(parent), name), chain});
     const uint32_t above = parent == root ? 0 : FirstCluster(parent);
     AddRawSlots(directories.size() - 1,
                 {MakeShortEntry(PadShortName(u".", u""), 0x10, first, 0, options.times),

@@ -30,15 +30,12 @@ struct EntryTimes {
     uint16_t writeTime = 0x6DAF, writeDate = 0x586F;
 };
 
-enum class LongName { WhenNeeded, Always, Never };
-
 struct EntryOptions {
     uint8_t attributes = 0x20;  // AddDirectory adds 0x10 to it and takes 0x20 away
     EntryTimes times;
-    LongName longName = LongName::WhenNeeded;  // needed: the name is not what the short name shows
-    std::optional<ShortName> shortName;        // otherwise the plain 8.3 form, or an alias
-    std::vector<uint32_t> clusters;            // the chain in order; taken automatically otherwise
-    std::optional<uint32_t> size;              // DIR_FileSize, when not that of the content
+    bool alwaysLong = false;         // has a long name even if the short one shows the same
+    std::vector<uint32_t> clusters;  // the chain in order, all free; taken automatically otherwise
+    std::optional<uint32_t> size;    // DIR_FileSize, when not that of the content
 };
 
 Slot MakeShortEntry(const ShortName& name, uint8_t attributes, uint32_t firstCluster, uint32_t size,
@@ -48,8 +45,8 @@ std::vector<Slot> MakeLongEntries(const std::u16string& name, uint8_t checksum);
 // The short form of a name that needs no other: plain upper-case 8.3.
 std::optional<ShortName> PlainShortName(const std::u16string& name);
 
-// Impossible requests (no room, cluster in use) throw std::runtime_error. Directories are named by
-// the numbers that AddDirectory returns.
+// Requests for which there is no room throw std::runtime_error. Directories are named by the
+// numbers that AddDirectory returns.
 class ImageBuilder {
 public:
     static constexpr size_t root = 0;
@@ -69,19 +66,19 @@ public:
     // One FAT entry, in every copy; keeps the free count of FSInfo right.
     void SetFatEntry(uint32_t cluster, uint32_t value);
     void SetBootField(uint32_t offset, uint32_t sizeBytes, uint32_t value);
-    // Automatic clusters come from this list first, as far as they are free, then from the lowest.
-    void SetAllocationOrder(std::vector<uint32_t> order);
 
     uint32_t FreeClusters() const { return freeClusters; }
     uint64_t FreeSlots(size_t directory) const;  // before it grows
     uint64_t SlotPosition(size_t directory, uint32_t slot) const;
     uint32_t FirstCluster(size_t directory) const;  // 0 for the root of FAT12 and FAT16
     const std::u16string& Path(size_t directory) const { return directories.at(directory).path; }
-    bool HasPath(const std::u16string& path) const { return paths.contains(FoldAscii(path)); }
 
     MemoryDisk disk;
     const Geometry geometry;
     Tree tree;  // everything added so far
+    // Automatic clusters come from the end of this list, as far as they are free, then from the
+    // lowest free ones.
+    std::vector<uint32_t> allocationOrder;
 
 private:
     struct Directory {
@@ -90,15 +87,12 @@ private:
         uint32_t usedSlots = 0;
     };
 
-    uint32_t TakeFreeCluster();
+    uint32_t TakeCluster();
     std::vector<uint32_t> TakeChain(const EntryOptions& options, uint64_t bytes);
-    uint64_t AddEntry(size_t parent, std::u16string& name, const EntryOptions& options,
+    uint64_t AddEntry(size_t parent, const std::u16string& name, const EntryOptions& options,
                       TreeNode node);
 
     std::vector<Directory> directories;
-    std::set<std::u16string> paths;  // upper case
-    std::vector<uint32_t> allocationOrder;
-    size_t allocationNext = 0;
     uint32_t lowestFree = 2;
     uint32_t freeClusters;
     std::vector<bool> used;

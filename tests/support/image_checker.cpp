@@ -27,7 +27,6 @@ struct LongRun {
     uint32_t missing = 0;
     uint8_t checksum = 0;
     std::u16string units;
-    std::vector<uint64_t> slots;  // their positions
 };
 
 struct Walker {
@@ -38,11 +37,8 @@ struct Walker {
     Tree tree = {};
     std::vector<bool> used = {};
     std::vector<Visit> pending = {};
-    std::vector<uint8_t> nearFat = {};  // a part of the first FAT
-    uint64_t nearFatAt = 0;
     // Of the directory being visited:
     std::u16string directory = {};
-    uint64_t slotPosition = 0;
     LongRun run = {};
     std::set<std::u16string> names = {};
     std::set<std::u16string> shortNames = {};
@@ -93,12 +89,8 @@ struct Walker {
             std::vector<uint8_t> fat = disk.Read(geometry.FatPosition(0) + at, part);
             report.areFatsDifferent |=
                 geometry.fatCount > 1 && fat != disk.Read(geometry.FatPosition(1) + at, part);
-            const uint64_t end = std::min(perChunk, std::max(used.size(), base) - base);
-            if (base > 0 && fat[0] == 0 && std::memcmp(&fat[0], &fat[1], part - 1) == 0) {
-                report.freeClusters += end;
-                continue;
-            }
             fat.resize(part + 4);
+            const uint64_t end = std::min(perChunk, std::max(used.size(), base) - base);
             for (uint32_t i = base == 0 ? 2 : 0; i < end; ++i) {
                 const uint32_t value = DecodeFatEntry(fat.data(), geometry.fatType, i);
                 report.freeClusters += value == 0;
@@ -126,20 +118,6 @@ struct Walker {
         }
     }
 
-    // The FAT entry of a cluster, from the part of the FAT that was read last if it is there.
-    uint32_t Next(uint32_t cluster) {
-        const uint64_t perChunk = fatChunk * 8 / geometry.fatType;
-        const uint64_t at = cluster / perChunk * fatChunk;
-        if (nearFat.empty() || nearFatAt != at) {
-            const uint64_t part = std::min(fatChunk, geometry.fatBytes - at);
-            nearFat = disk.Read(geometry.FatPosition(0) + at, part);
-            nearFat.resize(part + 4);
-            nearFatAt = at;
-        }
-        return DecodeFatEntry(nearFat.data(), geometry.fatType,
-                              static_cast<uint32_t>(cluster % perChunk));
-    }
-
     // The clusters of a chain. One that runs into clusters met before is followed no further than
     // the bytes asked for, which ends loops.
     std::vector<uint32_t> FollowChain(uint32_t first, uint64_t bytes, const std::u16string& path) {
@@ -158,7 +136,7 @@ struct Walker {
             }
             used[cluster] = true;
             chain.push_back(cluster);
-            cluster = Next(cluster);
+            cluster = GetFatEntry(disk, geometry, cluster);
         }
         return chain;
     }
@@ -178,11 +156,10 @@ struct Walker {
         names.clear();
         shortNames.clear();
         std::vector<uint8_t> data;
-        std::vector<uint32_t> chain;
         if (visit.isRoot && geometry.fatType != 32) {
             data = disk.Read(geometry.rootPosition, geometry.rootBytes);
         } else {
-            chain = FollowChain(visit.firstCluster, maxDirectoryBytes, visit.path);
+            const auto chain = FollowChain(visit.firstCluster, maxDirectoryBytes, visit.path);
             Expect(!chain.empty(), visit.path, "directory without clusters");
             Expect(chain.size() * uint64_t{geometry.clusterBytes} <= maxDirectoryBytes, visit.path,
                    "more than 65536 slots");
@@ -195,10 +172,6 @@ struct Walker {
             at = data[0] != '.' ? 0 : data[32] != '.' ? 32 : 64;
         }
         for (; at < data.size() && data[at] != 0; at += 32) {
-            const uint64_t cluster = geometry.clusterBytes;
-            slotPosition = chain.empty()
-                               ? geometry.rootPosition + at
-                               : geometry.ClusterPosition(chain[at / cluster]) + at % cluster;
             VisitSlot(visit, &data[at]);
         }
         DropRun();
@@ -235,7 +208,7 @@ struct Walker {
         const uint32_t number = slot[0] & 0x3F;
         if ((slot[0] & 0x40) != 0) {
             DropRun();
-            run = {number, number, slot[13], {}, {}};
+            run = {number, number, slot[13], {}};
         }
         if (slot[0] > 0x54 || number == 0 || number != run.missing || slot[13] != run.checksum ||
             slot[12] != 0 || Get16(slot + 26) != 0) {
@@ -244,7 +217,6 @@ struct Walker {
             return;
         }
         --run.missing;
-        run.slots.push_back(slotPosition);
         std::u16string units;
         for (const int offset : {1, 3, 5, 7, 9, 14, 16, 18, 20, 22, 24, 28, 30}) {
             units += static_cast<char16_t>(Get16(slot + offset));
@@ -273,15 +245,13 @@ struct Walker {
     void VisitEntry(const Visit& visit, const uint8_t* slot) {
         TreeNode node{};
         std::copy_n(slot, 32, node.entry.begin());
-        std::vector<uint64_t> slots = run.slots;
-        slots.push_back(slotPosition);
         const std::u16string shortName = DisplayName(slot), longName = TakeLongName(slot);
         const std::u16string name = longName.empty() ? shortName : longName;
         const std::u16string path = JoinPath(directory, name);
         CheckShortName(slot, path);
         Expect(names.insert(FoldAscii(name)).second, path, "name twice");
         if (!shortNames.insert(shortName).second) {
-            report.duplicateShortNames.push_back(std::move(slots));
+            report.duplicateShortNames.push_back(path);
         }
         const uint32_t first = node.FirstCluster();
         if (node.IsDirectory()) {
@@ -303,13 +273,11 @@ struct Walker {
     }
 
     void CheckShortName(const uint8_t* slot, const std::u16string& path) {
-        const std::string_view name(reinterpret_cast<const char*>(slot), 11);
         const bool isRefused = std::any_of(slot + (slot[0] == 0x05), slot + 11, [](uint8_t byte) {
-            return byte < 0x20 || byte == 0x7F || (byte >= 'a' && byte <= 'z');
+            return byte < 0x20 || byte == 0x7F || (byte >= 'a' && byte <= 'z') ||
+                   std::strchr("\"*+,./:;<=>?[\\]|", byte) != nullptr;
         });
-        Expect(
-            !isRefused && slot[0] != ' ' && name.find_first_of("\"*+,./:;<=>?[\\]|") == name.npos,
-            path, "refused character in short name");
+        Expect(!isRefused && slot[0] != ' ', path, "refused character in short name");
     }
 };
 

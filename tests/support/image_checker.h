@@ -9,9 +9,9 @@ struct ImageReport {
     std::vector<std::string> faults;
     // Apart from `faults`, so that a test can tolerate them.
     uint64_t lostClusters = 0;  // marked in use, in no chain
-    // The slots of each entry whose short name was met before in its directory, by position; shown
-    // names (long, or short without long) that occur twice are faults.
-    std::vector<std::vector<uint64_t>> duplicateShortNames;
+    // Entries whose short name was met before in their directory; shown names (long, or short
+    // without long) that occur twice are faults.
+    std::vector<std::u16string> duplicateShortNames;
     bool areFatsDifferent = false;  // the first two
     bool isFreeCountWrong = false;  // in FSInfo; unknown is right
 

@@ -6,8 +6,8 @@
 namespace fatvol::test {
 
 // Expects that fsck.fat finds nothing, apart from an unknown free count, and that mcopy reads the
-// content of some files as ReadTree does. Short names that occur twice are replaced on a copy
-// first: what follows for fsck.fat from renaming them itself is no fault of the volume.
+// content of some files as ReadTree does. Volumes with a short name that occurs twice are passed
+// over: fsck.fat would have it renamed.
 void ExpectJudgedSound(const MemoryDisk& disk);
 
 }  // namespace fatvol::test

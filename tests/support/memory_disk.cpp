@@ -99,24 +99,7 @@ void MemoryDisk::Save(const std::string& path) const {
     std::filesystem::resize_file(path, sizeBytes);
 }
 
-MemoryDisk MemoryDisk::Load(const std::string& path) {
-    MemoryDisk disk(std::filesystem::file_size(path));
-    std::ifstream file(path, std::ios::binary);
-    std::vector<char> page(pageBytes);
-    for (uint64_t at = 0; at < disk.sizeBytes; at += pageBytes) {
-        page.resize(std::min<uint64_t>(pageBytes, disk.sizeBytes - at));
-        if (!file.read(page.data(), static_cast<std::streamsize>(page.size()))) {
-            throw std::runtime_error("cannot read " + path);
-        }
-        if (std::any_of(page.begin(), page.end(), [](char byte) { return byte != 0; })) {
-            disk.Write(at, page.data(), page.size());
-        }
-    }
-    return disk;
-}
-
 int MemoryDisk::Transfer(const Call& call, unsigned char* buffer, unsigned int sectorBytes) {
-    ++counters.calls[static_cast<size_t>(call.kind)];
     if (keepCalls) {
         calls.push_back(call);
     }
@@ -130,17 +113,20 @@ int MemoryDisk::Transfer(const Call& call, unsigned char* buffer, unsigned int s
     const uint64_t position = units * unit;
     const bool isAligned =
         call.kind == CallKind::ReadAligned || call.kind == CallKind::WriteAligned;
-    if (isAligned && clusterBytes != 0 &&
-        (position < dataPosition || (position - dataPosition) % clusterBytes != 0 ||
-         count % clusterBytes != 0)) {
-        ++counters.misalignedAccesses;
-    }
+    const bool isWhole =
+        clusterBytes == 0 || (position >= dataPosition && count % clusterBytes == 0 &&
+                              (position - dataPosition) % clusterBytes == 0);
+    counters.misalignedAccesses += isAligned && !isWhole;
     const int status = PlannedStatus(call);
     if (IsWrite(call.kind)) {
-        StoreWrite(position, buffer, status >= 0 ? count : failure.tornWrites ? count / 2 : 0);
+        const uint64_t stored = status >= 0 ? count : failure.tornWrites ? count / 2 : 0;
+        counters.bytesWritten += stored;
+        if (keepWrites && stored != 0) {
+            writes.push_back({position, {buffer, buffer + stored}});
+        }
+        Write(position, buffer, stored);
     } else if (status >= 0) {
         Read(position, buffer, count);
-        counters.bytesRead += count;
     } else {
         std::memset(buffer, 0xDB, count);  // nobody may rely on what a failed read leaves
     }
@@ -148,32 +134,15 @@ int MemoryDisk::Transfer(const Call& call, unsigned char* buffer, unsigned int s
 }
 
 int MemoryDisk::PlannedStatus(const Call& call) {
-    if (beforeCall) {
-        if (const int status = beforeCall(call); status < 0) {
-            return status;
-        }
+    if (const int status = beforeCall ? beforeCall(call) : 0; status < 0) {
+        return status;
     }
     const bool isCounted = IsWrite(call.kind) ? failure.writes : failure.reads;
-    if (failure.countdown == 0 || !isCounted) {
+    if (failure.countdown == 0 || !isCounted || --failure.countdown != 0) {
         return successStatus;
     }
-    const bool fails = failure.countdown == 1;
-    if (!fails || !failure.onwards) {
-        --failure.countdown;
-    }
-    return fails ? failure.status : successStatus;
-}
-
-void MemoryDisk::StoreWrite(uint64_t positionBytes, const unsigned char* data, uint64_t count) {
-    counters.bytesWritten += count;
-    if (count == 0 || writesUntilCut == 0) {
-        return;
-    }
-    writesUntilCut -= writesUntilCut != UINT64_MAX;
-    if (keepWrites) {
-        writes.push_back({positionBytes, {data, data + count}});
-    }
-    Write(positionBytes, data, count);
+    failure.countdown = failure.onwards;
+    return failure.status;
 }
 
 }  // namespace fatvol::test

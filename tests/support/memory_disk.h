@@ -46,8 +46,6 @@ struct FailurePlan {
 };
 
 struct DiskCounters {
-    std::array<uint64_t, 6> calls{};  // by CallKind
-    uint64_t bytesRead = 0;
     uint64_t bytesWritten = 0;
     uint64_t opens = 0;
     uint64_t closes = 0;
@@ -82,9 +80,8 @@ public:
     // Writes the first `count` of `log` again, on top of what is there.
     void Replay(const std::vector<DiskWrite>& log, size_t count);
 
-    // Image files for other tools; unwritten space becomes a hole. Throw std::runtime_error.
+    // An image file for other tools; unwritten space becomes a hole. Throws std::runtime_error.
     void Save(const std::string& path) const;
-    static MemoryDisk Load(const std::string& path);
 
     // What the storage's callbacks do.
     virtual int Transfer(const Call& call, unsigned char* buffer, unsigned int sectorBytes);
@@ -99,10 +96,8 @@ public:
 
     FailurePlan failure;
     std::function<int(const Call&)> beforeCall;  // of each transfer; a negative result fails it
-    uint64_t writesUntilCut = UINT64_MAX;        // later writes succeed, but are dropped
     int successStatus = 0;                       // any value from 0 up means success
     int openResult = 0;
-    bool closeResult = true;
     void* openParameter = nullptr;  // as OpenDevice received it
 
     // When clusterBytes is set, aligned calls must be whole clusters counted from dataPosition.
@@ -111,7 +106,6 @@ public:
 
 private:
     int PlannedStatus(const Call& call);
-    void StoreWrite(uint64_t positionBytes, const unsigned char* data, uint64_t count);
     Page& WritablePage(uint64_t index);
 
     Pages pages;

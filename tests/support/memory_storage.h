@@ -12,9 +12,7 @@ public:
     explicit MemoryStorage(MemoryDisk& disk) { HostContext = reinterpret_cast<uintptr_t>(&disk); }
     ~MemoryStorage() override { ++Disk().counters.destroyed; }
 
-    MemoryDisk& Disk() const {
-        return *reinterpret_cast<MemoryDisk*>(static_cast<uintptr_t>(HostContext));
-    }
+    MemoryDisk& Disk() const { return *reinterpret_cast<MemoryDisk*>(HostContext); }
 
     int OpenDevice(void* parameter) override {
         ++Disk().counters.opens;
@@ -26,7 +24,7 @@ public:
     bool CloseDevice() override {
         ++Disk().counters.closes;
         isOpen = false;
-        return Disk().closeResult;
+        return true;
     }
 
     void PrepareDevice() override {

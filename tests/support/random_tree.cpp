@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 
 namespace fatvol::test {
 
@@ -14,19 +15,18 @@ const T& Pick(Rng& rng, const T (&choices)[size]) {
     return choices[Below(rng, size)];
 }
 
-// Clusters in runs of random length and order.
+// Clusters in runs of random length and order, to be taken from the end.
 std::vector<uint32_t> ShuffledClusters(const Geometry& geometry, Rng& rng) {
-    std::vector<std::vector<uint32_t>> runs(1);
+    std::vector<std::pair<uint64_t, uint32_t>> keyed;
+    uint64_t key = 0;
     for (uint32_t i = 0; i < std::min(geometry.clusterCount, 100000U); ++i) {
-        if (Below(rng, runs.size() % 4 == 0 ? 2 : 20) == 0) {
-            runs.emplace_back();
-        }
-        runs.back().push_back(2 + i);
+        key = Below(rng, 8) == 0 ? rng() : key;
+        keyed.emplace_back(key, 2 + i);
     }
+    std::sort(keyed.rbegin(), keyed.rend());
     std::vector<uint32_t> order;
-    for (size_t left = runs.size(); left > 0; --left) {
-        std::swap(runs[left - 1], runs[Below(rng, left)]);
-        order.insert(order.end(), runs[left - 1].begin(), runs[left - 1].end());
+    for (const auto& [place, cluster] : keyed) {
+        order.push_back(cluster);
     }
     return order;
 }
@@ -44,7 +44,7 @@ EntryOptions RandomOptions(Rng& rng) {
         const uint64_t year = Below(rng, 128), month = 1 + Below(rng, 12);
         *date = static_cast<uint16_t>(year << 9 | month << 5 | (1 + Below(rng, 28)));
     }
-    options.longName = Below(rng, 8) == 0 ? LongName::Always : LongName::WhenNeeded;
+    options.alwaysLong = Below(rng, 8) == 0;
     return options;
 }
 
@@ -97,7 +97,8 @@ const Tree& FillRandomTree(ImageBuilder& builder, Rng& rng, uint32_t entryCount,
     const uint32_t clusterBytes = builder.geometry.clusterBytes;
     // What an entry may take beside its content: slots for it, and a directory's cluster.
     const uint32_t reserve = 2 + 24 * 32 / clusterBytes + 1;
-    builder.SetAllocationOrder(ShuffledClusters(builder.geometry, rng));
+    builder.allocationOrder = ShuffledClusters(builder.geometry, rng);
+    std::set<std::u16string> paths;  // upper case
     std::vector<size_t> parents = {ImageBuilder::root};
     for (uint32_t i = 0; i < entryCount && builder.FreeClusters() > 2 * reserve; ++i) {
         const size_t parent = parents[Below(rng, parents.size())];
@@ -107,7 +108,7 @@ const Tree& FillRandomTree(ImageBuilder& builder, Rng& rng, uint32_t entryCount,
             continue;
         }
         const std::u16string name = RandomName(rng, maxPathUnits - above.size() - 1, names);
-        if (builder.HasPath(JoinPath(above, name))) {
+        if (!paths.insert(FoldAscii(JoinPath(above, name))).second) {
             continue;
         }
         builder.AddDeletedSlots(parent, Below(rng, 6) == 0 ? 1 + rng() % 2 : 0);
@@ -119,7 +120,7 @@ const Tree& FillRandomTree(ImageBuilder& builder, Rng& rng, uint32_t entryCount,
             builder.AddFile(parent, name, RandomBytes(rng, size), RandomOptions(rng));
         }
     }
-    builder.SetAllocationOrder({});
+    builder.allocationOrder.clear();
     return builder.tree;
 }
 
