@@ -32,12 +32,6 @@ VolumeLayout Complete(VolumeLayout l) {
         l.fatSectors = DivideUp((uint64_t{l.clusterCount} + 2) * l.fatType, 8 * l.bytesPerSector);
     }
     l.rootEntryCount = l.fatType == 32 ? 0 : l.rootEntryCount;
-    const bool isSmall = l.clusterCount < 4087;
-    if ((l.fatType == 12 && !isSmall) || (l.fatType == 16 && isSmall) ||
-        l.reservedSectors < (l.fatType == 32 ? 8 : 1) * BootSectors(l) ||
-        l.tailSectors >= l.sectorsPerCluster) {
-        Refuse("impossible layout");
-    }
     return l;
 }
 
@@ -67,8 +61,6 @@ std::vector<uint8_t> MakeBootSector(const VolumeLayout& l) {
     Put16(&boot[19], isTotal16 ? total : 0);
     boot[21] = 0xF8;
     Put16(&boot[22], isFat32 ? 0 : l.fatSectors);
-    Put16(&boot[24], 63);   // sectors per track
-    Put16(&boot[26], 255);  // heads
     Put32(&boot[32], isTotal16 ? 0 : total);
     if (isFat32) {
         Put32(&boot[36], l.fatSectors);
@@ -76,12 +68,9 @@ std::vector<uint8_t> MakeBootSector(const VolumeLayout& l) {
         Put16(&boot[48], BootSectors(l));      // FSInfo
         Put16(&boot[50], 6 * BootSectors(l));  // copies of both
     }
-    const size_t tail = isFat32 ? 64 : 36;
-    boot[tail] = 0x80;  // drive; mark, serial number, label and type follow
-    boot[tail + 2] = 0x29;
-    Put32(&boot[tail + 3], 0x12345678);
-    putText(tail + 7, "NO NAME    FAT     ");
-    putText(tail + 21, std::to_string(l.fatType));
+    const size_t tail = isFat32 ? 66 : 38;
+    boot[tail] = 0x29;  // serial number, label and type follow
+    putText(tail + 5, "NO NAME    ");
     Put16(&boot[510], 0xAA55);
     return boot;
 }
@@ -146,7 +135,7 @@ std::vector<Slot> MakeLongEntries(const std::u16string& name, uint8_t checksum) 
         slot[11] = 0x0F;
         slot[13] = checksum;
         size_t at = 13 * (k - 1);
-        for (const int offset : {1, 3, 5, 7, 9, 14, 16, 18, 20, 22, 24, 28, 30}) {
+        for (const int offset : longNameOffsets) {
             const uint32_t padding = at == name.size() ? 0 : 0xFFFF;
             Put16(slot.data() + offset, at < name.size() ? name[at] : padding);
             ++at;

@@ -14,7 +14,7 @@ struct VolumeLayout {
     uint32_t bytesPerSector = 512;
     uint32_t sectorsPerCluster = 1;
     uint32_t clusterCount = 5000;  // exact
-    uint32_t reservedSectors = 0;  // at least 512 bytes of them
+    uint32_t reservedSectors = 0;  // at least 512 bytes of them, of FAT32 eight times that
     uint32_t fatCount = 2;
     uint32_t rootEntryCount = 512;  // FAT12 and FAT16
     uint32_t fatSectors = 0;
@@ -40,6 +40,7 @@ struct EntryOptions {
 
 Slot MakeShortEntry(const ShortName& name, uint8_t attributes, uint32_t firstCluster, uint32_t size,
                     const EntryTimes& times = {});
+inline constexpr int longNameOffsets[] = {1, 3, 5, 7, 9, 14, 16, 18, 20, 22, 24, 28, 30};
 // The long-name entries of a name of 1 to 260 units, in the order in which they stand on disk.
 std::vector<Slot> MakeLongEntries(const std::u16string& name, uint8_t checksum);
 // The short form of a name that needs no other: plain upper-case 8.3.

@@ -6,6 +6,8 @@
 #include <set>
 #include <utility>
 
+#include "image_builder.h"
+
 namespace fatvol::test {
 
 namespace {
@@ -21,14 +23,6 @@ struct Visit {
     bool isRoot;
 };
 
-// A long name as far as its entries have been met; `count` is 0 when there is none.
-struct LongRun {
-    uint32_t count = 0;
-    uint32_t missing = 0;
-    uint8_t checksum = 0;
-    std::u16string units;
-};
-
 struct Walker {
     const MemoryDisk& disk;
     const uint64_t contentLimit;
@@ -39,7 +33,7 @@ struct Walker {
     std::vector<Visit> pending = {};
     // Of the directory being visited:
     std::u16string directory = {};
-    LongRun run = {};
+    std::vector<Slot> run = {};  // of long-name entries, as far as they have been met
     std::set<std::u16string> names = {};
     std::set<std::u16string> shortNames = {};
 
@@ -66,20 +60,14 @@ struct Walker {
 
     void CheckBoot() {
         const Geometry& g = geometry;
-        const std::vector<uint8_t> boot = disk.Read(0, 512);
-        const auto isPower = [](uint32_t value, uint32_t low, uint32_t high) {
-            return value >= low && value <= high && std::has_single_bit(value);
-        };
-        const auto expect = [&](bool isSound, const char* what) { Expect(isSound, u"boot", what); };
-        expect(Get16(&boot[510]) == 0xAA55 && (boot[0] == 0xEB || boot[0] == 0xE9), "signature");
-        expect(isPower(g.bytesPerSector, 128, 4096), "bytes per sector");
-        expect(isPower(g.sectorsPerCluster, 1, 128), "sectors per cluster");
-        expect(g.reservedSectors > g.fsInfoSector && g.fatCount > 0, "reserved sectors or FATs");
-        expect((g.fatType == 32) == (Get16(&boot[17]) == 0), "root entry count");
-        expect(g.clusterCount > 0 && g.fatBytes * 8 / g.fatType >= uint64_t{g.clusterCount} + 2,
-               "cluster count");
-        expect(uint64_t{g.totalSectors} * g.bytesPerSector <= disk.sizeBytes, "volume size");
-        expect(g.fatType != 32 || g.HasCluster(g.rootCluster), "root cluster");
+        const uint32_t sector = g.bytesPerSector, cluster = g.sectorsPerCluster;
+        Expect(Get16(&disk.Read(510, 2)[0]) == 0xAA55 && std::has_single_bit(sector) &&
+                   sector >= 128 && std::has_single_bit(cluster) && cluster <= 128 &&
+                   g.reservedSectors > g.fsInfoSector && g.clusterCount > 0 &&
+                   g.fatBytes * 8 / g.fatType >= uint64_t{g.clusterCount} + 2 &&
+                   uint64_t{g.totalSectors} * sector <= disk.sizeBytes &&
+                   (g.fatType != 32 || g.HasCluster(g.rootCluster)),
+               u"boot", "impossible geometry");
     }
 
     void CheckFats() {
@@ -189,7 +177,10 @@ struct Walker {
         if (slot[0] == 0xE5) {
             DropRun();
         } else if (slot[11] == 0x0F) {
-            AddLongEntry(slot);
+            if ((slot[0] & 0x40) != 0) {
+                DropRun();
+            }
+            std::copy_n(slot, 32, run.emplace_back().begin());
         } else if ((slot[11] & 0x08) != 0) {
             DropRun();
             Expect(visit.isRoot && report.volumeLabel.empty(), directory, "stray volume label");
@@ -200,46 +191,25 @@ struct Walker {
     }
 
     void DropRun() {
-        Expect(run.count == 0, directory, "long-name entries without a short entry");
-        run = {};
-    }
-
-    void AddLongEntry(const uint8_t* slot) {
-        const uint32_t number = slot[0] & 0x3F;
-        if ((slot[0] & 0x40) != 0) {
-            DropRun();
-            run = {number, number, slot[13], {}};
-        }
-        if (slot[0] > 0x54 || number == 0 || number != run.missing || slot[13] != run.checksum ||
-            slot[12] != 0 || Get16(slot + 26) != 0) {
-            Expect(false, directory, "long-name entry out of order or malformed");
-            run = {};
-            return;
-        }
-        --run.missing;
-        std::u16string units;
-        for (const int offset : {1, 3, 5, 7, 9, 14, 16, 18, 20, 22, 24, 28, 30}) {
-            units += static_cast<char16_t>(Get16(slot + offset));
-        }
-        run.units = units + run.units;
+        Expect(run.empty(), directory, "long-name entries without a short entry");
+        run.clear();
     }
 
     // The long name in front of a short entry; empty when there is none that belongs to it.
     std::u16string TakeLongName(const uint8_t* shortName) {
-        const LongRun taken = std::exchange(run, {});
-        if (taken.missing != 0 || (taken.count > 0 && taken.checksum != NameChecksum(shortName))) {
-            Expect(false, directory, "long name does not fit its short entry");
-            return u"";
+        std::u16string units;
+        for (const Slot& slot : run) {
+            std::u16string part;
+            for (const int offset : longNameOffsets) {
+                part += static_cast<char16_t>(Get16(slot.data() + offset));
+            }
+            units = part + units;
         }
-        const std::u16string name = taken.units.substr(0, taken.units.find(u'\0'));
-        std::u16string padded = name;
-        if (name.size() % 13 != 0) {
-            padded += u'\0';
-            padded.resize((name.size() / 13 + 1) * 13, u'\xFFFF');
-        }
-        Expect(padded == taken.units && name.find(u'\xFFFF') == name.npos, directory,
-               "long name ill padded");
-        return name;
+        const std::u16string name = units.substr(0, units.find(u'\0'));
+        const bool fits = run == MakeLongEntries(name, NameChecksum(shortName));
+        Expect(fits, directory, "long name malformed, or of another entry");
+        run.clear();
+        return fits ? name : u"";
     }
 
     void VisitEntry(const Visit& visit, const uint8_t* slot) {

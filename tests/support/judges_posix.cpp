@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -35,28 +36,20 @@ void ExpectFsckContent(const std::string& image) {
     }
 }
 
-// The path in short names; empty when one of them means something to the shell or to mcopy.
-std::string ShortPath(const Tree& tree, const std::u16string& path) {
-    std::string text;
-    for (size_t end = 0; end != path.npos;) {
-        end = path.find(u'\\', end + 1);
-        const auto name = DisplayName(tree.at(path.substr(0, end)).entry.data());
-        text += '/';
-        for (const char16_t unit : name) {
-            const bool isPlain = unit < 0x80 && (std::isalnum(unit) || unit == '~' || unit == '.');
-            if (!isPlain) {
-                return "";
-            }
-            text += static_cast<char>(unit);
-        }
-    }
-    return text;
+// Empty when it means something to the shell or to mcopy.
+std::string PlainPath(const std::u16string& path) {
+    std::string text = "/" + Printable(path);
+    std::replace(text.begin(), text.end(), '\\', '/');
+    const bool isPlain = std::all_of(text.begin(), text.end(), [](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) || std::strchr("/._", c);
+    });
+    return isPlain ? text : "";
 }
 
 void ExpectContents(const std::string& image, const Tree& tree) {
     std::vector<std::pair<std::string, const TreeNode*>> files;
     for (const auto& [path, node] : tree) {
-        const std::string name = node.content.empty() ? "" : ShortPath(tree, path);
+        const std::string name = node.content.empty() ? "" : PlainPath(path);
         if (!name.empty()) {
             files.emplace_back(name, &node);
         }

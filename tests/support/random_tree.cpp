@@ -34,16 +34,6 @@ std::vector<uint32_t> ShuffledClusters(const Geometry& geometry, Rng& rng) {
 EntryOptions RandomOptions(Rng& rng) {
     EntryOptions options;
     options.attributes = Pick<uint8_t>(rng, {0x20, 0x20, 0x00, 0x21, 0x22, 0x26, 0x27});
-    options.times.createTenth = static_cast<uint8_t>(Below(rng, 200));
-    for (uint16_t* time : {&options.times.createTime, &options.times.writeTime}) {
-        const uint64_t hour = Below(rng, 24), minute = Below(rng, 60);
-        *time = static_cast<uint16_t>(hour << 11 | minute << 5 | Below(rng, 30));
-    }
-    for (uint16_t* date :
-         {&options.times.createDate, &options.times.accessDate, &options.times.writeDate}) {
-        const uint64_t year = Below(rng, 128), month = 1 + Below(rng, 12);
-        *date = static_cast<uint16_t>(year << 9 | month << 5 | (1 + Below(rng, 28)));
-    }
     options.alwaysLong = Below(rng, 8) == 0;
     return options;
 }

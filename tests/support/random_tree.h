@@ -23,7 +23,7 @@ std::u16string RandomName(Rng& rng, size_t maxUnits, Names names = Names::Any);
 // 0, 1, or a size at or next to a multiple of the cluster size or of 256 KiB.
 uint32_t RandomSize(Rng& rng, uint32_t clusterBytes, uint64_t maximum);
 
-// Adds `entryCount` files and directories, fewer when room runs out, with attributes, times,
+// Adds `entryCount` files and directories, fewer when room runs out, with attributes,
 // deleted slots and fragmented chains; some space always stays free. Paths have at most 259 units.
 // Returns builder.tree.
 const Tree& FillRandomTree(ImageBuilder& builder, Rng& rng, uint32_t entryCount,
