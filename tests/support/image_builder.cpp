@@ -35,13 +35,10 @@ VolumeLayout Complete(VolumeLayout l) {
     return l;
 }
 
-uint32_t MetaSectors(const VolumeLayout& l) {
-    return l.reservedSectors + l.fatCount * l.fatSectors +
-           DivideUp(l.rootEntryCount * 32, l.bytesPerSector);
-}
-
 uint32_t TotalSectors(const VolumeLayout& l) {
-    return MetaSectors(l) + l.clusterCount * l.sectorsPerCluster + l.tailSectors;
+    return l.reservedSectors + l.fatCount * l.fatSectors +
+           DivideUp(l.rootEntryCount * 32, l.bytesPerSector) +
+           l.clusterCount * l.sectorsPerCluster + l.tailSectors;
 }
 
 std::vector<uint8_t> MakeBootSector(const VolumeLayout& l) {
@@ -79,9 +76,9 @@ std::vector<uint8_t> MakeBootSector(const VolumeLayout& l) {
 MemoryDisk MakeDisk(const VolumeLayout& layout) {
     const uint64_t sector = layout.bytesPerSector;
     MemoryDisk disk(std::max<uint64_t>(TotalSectors(layout) * sector, 2048), layout.fill);
-    disk.Fill(0, MetaSectors(layout) * sector, 0);
     const std::vector<uint8_t> boot = MakeBootSector(layout);
     disk.Write(0, boot.data(), boot.size());
+    disk.Fill(512, ReadGeometry(disk).dataPosition - 512, 0);
     if (layout.fatType == 32) {
         std::vector<uint8_t> info(512);
         Put32(&info[0], 0x41615252);

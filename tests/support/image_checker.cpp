@@ -99,9 +99,9 @@ struct Walker {
                 disk.Read(uint64_t{geometry.fsInfoSector} * geometry.bytesPerSector, 512);
             const uint32_t count = Get32(&info[488]), next = Get32(&info[492]);
             Expect(Get32(&info[0]) == 0x41615252 && Get32(&info[484]) == 0x61417272 &&
-                       Get32(&info[508]) == 0xAA550000,
-                   u"FSInfo", "signature");
-            Expect(next == 0xFFFFFFFF || geometry.HasCluster(next), u"FSInfo", "next free cluster");
+                       Get32(&info[508]) == 0xAA550000 &&
+                       (next == 0xFFFFFFFF || geometry.HasCluster(next)),
+                   u"FSInfo", "signature or next free cluster");
             report.isFreeCountWrong = count != 0xFFFFFFFF && count != report.freeClusters;
         }
     }
@@ -148,9 +148,8 @@ struct Walker {
             data = disk.Read(geometry.rootPosition, geometry.rootBytes);
         } else {
             const auto chain = FollowChain(visit.firstCluster, maxDirectoryBytes, visit.path);
-            Expect(!chain.empty(), visit.path, "directory without clusters");
-            Expect(chain.size() * uint64_t{geometry.clusterBytes} <= maxDirectoryBytes, visit.path,
-                   "more than 65536 slots");
+            const uint64_t bytes = chain.size() * uint64_t{geometry.clusterBytes};
+            Expect(bytes > 0 && bytes <= maxDirectoryBytes, visit.path, "impossible size");
             data = ReadChain(chain, maxDirectoryBytes);
         }
         size_t at = 0;

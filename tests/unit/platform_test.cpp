@@ -12,7 +12,6 @@
 #include "dir/fat_time.h"
 #include "platform/clock.h"
 #include "platform/locale_text.h"
-#include "platform/system_time.h"
 #include "support/environment.h"
 
 namespace fatvol {
@@ -90,37 +89,6 @@ TEST(LocaleText, ConvertsInEachCodePage) {
     char16_t unit;
     EXPECT_EQ(BytesToUnits(tooLong.data(), MaxTextBytes + 1, &unit, 1), -1);
     EXPECT_EQ(BytesToUnits(tooLong.data(), MaxTextBytes, &unit, 1), 1);
-}
-
-TEST(SystemTime, AgreesWithTheCalendarToItsEnd) {
-    constexpr std::int64_t Step = 33'333'333'333'333;  // some 38 days and a half
-    for (std::int64_t time = 0; time <= Latest - Step; time += Step) {
-        const std::int64_t expected = time / 10'000 * 10'000;
-        TimeFields f;
-        SystemTimeToTimeFields(time, &f);
-        ASSERT_EQ(Ticks(Utc(f.year, f.month, f.day, f.hour, f.minute, f.second)) +
-                      f.milliseconds * 10'000,
-                  expected);
-        std::int64_t back = -1;
-        ASSERT_EQ(TimeFieldsToSystemTime(f, &back), f.year <= LastSystemYear) << time;
-        ASSERT_EQ(back, f.year <= LastSystemYear ? expected : -1);
-    }
-}
-
-TEST(SystemTime, RefusesEachFieldOutOfRange) {
-    const TimeFields refused[] = {
-        {1600, 12, 31, 0, 0, 0, 0}, {30828, 1, 1, 0, 0, 0, 0},  {67560, 1, 1, 0, 0, 0, 0},
-        {1900, 2, 29, 0, 0, 0, 0},  {2023, 2, 29, 0, 0, 0, 0},  {2024, 2, 30, 0, 0, 0, 0},
-        {2024, 4, 31, 0, 0, 0, 0},  {2024, 0, 1, 0, 0, 0, 0},   {2024, 13, 1, 0, 0, 0, 0},
-        {2024, 257, 1, 0, 0, 0, 0}, {2024, 1, 0, 0, 0, 0, 0},   {2024, 1, 257, 0, 0, 0, 0},
-        {2024, 1, 1, 24, 0, 0, 0},  {2024, 1, 1, 0, 60, 0, 0},  {2024, 1, 1, 0, 0, 60, 0},
-        {2024, 1, 1, -1, 0, 0, 0},  {2024, 1, 1, 0, -1, 0, 0},  {2024, 1, 1, 0, 0, -1, 0},
-        {2024, 1, 1, 0, 0, 0, -1},  {2024, 1, 1, 0, 0, 0, 1000}};
-    for (const TimeFields& fields : refused) {
-        std::int64_t time = -1;
-        EXPECT_FALSE(TimeFieldsToSystemTime(fields, &time)) << &fields - refused;
-        EXPECT_EQ(time, -1) << &fields - refused;
-    }
 }
 
 // Every date with some times, every time with a date: refused or its moment, and back again.
