@@ -4,9 +4,9 @@
 #include "api/path_argument.h"
 #include "dir/entry_name.h"
 #include "dir/upcase.h"
-#include "ops/name_key.h"
+#include "ops/key_table.h"
 #include "support/environment.h"
-#include "support/fat_image.h"
+#include "support/random_tree.h"
 
 namespace fatvol::test {
 namespace {
@@ -26,6 +26,29 @@ TEST(NameKey, IsTheOneOfItsDefinitionInAnyCase) {
         }
         EXPECT_EQ(hasher.Key(), key) << Printable(name);
         EXPECT_EQ(MakeNameKey(name.c_str()), key) << Printable(name);
+    }
+}
+
+TEST(KeyTable, FindsNodesInTheOrderOfInsertion) {
+    const NameKey keys[] = {{1, 1, 1, 4}, {8, 1, 1, 4}, {1, 8, 42, 4}, {1, 1, 1, 6}};
+    KeyTable table(7);  // where they meet in one chain
+    std::vector<KeyNode> nodes(40);
+    std::vector<KeyNode*> inserted;
+    Rng rng(1);
+    for (int i = 0; i < 2000; ++i) {
+        KeyNode& node = nodes[Below(rng, nodes.size())];
+        if (std::erase(inserted, &node) != 0 || Below(rng, 2) == 0) {
+            UnlinkKey(table, node);
+        } else {
+            node.key = keys[Below(rng, std::size(keys))];
+            ASSERT_EQ(InsertKey(table, node), STATUS_SUCCESS);
+            inserted.push_back(&node);
+        }
+        const NameKey& key = keys[Below(rng, std::size(keys))];
+        std::vector<KeyNode*> expected = inserted, found;
+        std::erase_if(expected, [&](KeyNode* other) { return other->key != key; });
+        FindKey(table, key, [&](KeyNode& match) { return found.push_back(&match), false; });
+        ASSERT_EQ(found, expected) << i;
     }
 }
 
