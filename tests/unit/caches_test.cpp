@@ -14,10 +14,12 @@ constexpr uint32_t blockCount = 272, capacity = 256, cellsPerBlock = 5;
 // Blocks that cannot be written when it is their turn stay, and others have to go early.
 constexpr uint32_t surelyCached = 128;
 
-// A volume whose FAT is the cells.
+// A volume whose FAT is the cells. The block that has to go is often of the bucket of the new one.
 struct FatCells {
     static uint32_t Cluster(uint32_t cell) {
-        return cell / cellsPerBlock << 16 | (3 + cell % cellsPerBlock);
+        const uint32_t i = cell / cellsPerBlock;
+        const uint32_t block = i / 32 * 16 + i % 16 + (i / 16 % 2) * FatBucketCount;
+        return block << 16 | (3 + cell % cellsPerBlock);
     }
     bool Get(uint32_t cell, uint32_t* value) const {
         return Succeeded(fatvol::GetFatEntry(*mounted.volume, Cluster(cell), value));
@@ -109,7 +111,7 @@ void ExpectKept(MemoryDisk& disk) {
 }
 
 TEST_F(VolumeTest, KeepsFatBlocksThroughFailures) {
-    ImageBuilder builder({32, 512, 1, (blockCount - 1) * 65536 + 1000});
+    ImageBuilder builder({32, 512, 1, FatCells::Cluster(blockCount * cellsPerBlock)});
     ExpectKept<FatCells>(builder.disk);
 }
 
