@@ -8,14 +8,6 @@ namespace {
 
 constexpr ShortName alias = {'A', 'L', 'O', 'N', 'G', '~', '1', ' ', 'T', 'X', 'T'};
 
-std::vector<std::u16string> NamesIn(const std::u16string& directory) {
-    std::vector<std::u16string> names;
-    for (const FatFileInfo& info : List(directory)) {
-        names.push_back(NameOf(info));
-    }
-    return names;
-}
-
 Slot With(Slot slot, size_t at, uint8_t value) {
     slot[at] = value;
     return slot;
@@ -51,23 +43,22 @@ TEST_F(VolumeTest, ListsWhatIsSoundOfADirectory) {
         {longest, {std::u16string(260, u'x')}},
         {std::vector(14, entry), std::vector(14, shown)},  // no end mark
     };
-    for (const VolumeLayout& layout : {VolumeLayout{}, {32, 512, 1, 5000}}) {
-        ImageBuilder builder(layout);
-        const auto directoryOf = [&](const auto& row) {
-            return std::u16string(1, static_cast<char16_t>(u'A' + (&row - cases)));
-        };
-        for (const auto& row : cases) {
-            builder.AddRawSlots(builder.AddDirectory(builder.root, directoryOf(row)), row.first);
+    ImageBuilder builder({32, 512, 1, 5000});
+    const auto directoryOf = [&](const auto& row) {
+        return std::u16string(1, static_cast<char16_t>(u'A' + (&row - cases)));
+    };
+    for (const auto& row : cases) {
+        builder.AddRawSlots(builder.AddDirectory(builder.root, directoryOf(row)), row.first);
+    }
+    const Mounted mounted(builder.disk);
+    for (const auto& row : cases) {
+        std::vector<std::u16string> names;
+        for (const FatFileInfo& info : List(directoryOf(row))) {
+            names.push_back(NameOf(info));
+            EXPECT_EQ(CanOpen(JoinPath(directoryOf(row), names.back())),
+                      names.back().size() < 258 && names.back()[0] >= 0x20);
         }
-        const Mounted mounted(builder.disk);
-        for (const auto& row : cases) {
-            SCOPED_TRACE(&row - cases);
-            EXPECT_EQ(NamesIn(directoryOf(row)), row.second);
-            for (const std::u16string& found : row.second) {
-                EXPECT_EQ(CanOpen(JoinPath(directoryOf(row), found)),
-                          found.size() < 258 && found[0] >= 0x20);
-            }
-        }
+        EXPECT_EQ(names, row.second) << &row - cases;
     }
 }
 
@@ -81,62 +72,65 @@ TEST_F(VolumeTest, RefusesBrokenChains) {
         if (builder.geometry.HasCluster(bad)) {
             builder.SetFatEntry(bad, bad + 1);  // a mark in a link all the same
         }
-        const auto expectNone = [&](uint32_t firstCluster, uint32_t linkOf101) {
-            SCOPED_TRACE(testing::Message() << firstCluster << " " << linkOf101);
+        for (const auto& [first, linkOf101] : {std::pair(1U, bad + 1),
+                                               {end, bad + 1},
+                                               {~0U, bad + 1},
+                                               {100U, 0U},
+                                               {100U, 1U},
+                                               {100U, 100U},
+                                               {100U, 101U},
+                                               {100U, end},
+                                               {100U, bad}}) {
+            builder.SetFatEntry(101, linkOf101);
             ImageBuilder broken = builder;
-            broken.SetFatEntry(101, linkOf101);
-            const ShortName name = *PlainShortName(u"D");
-            broken.AddRawSlots(broken.root, {MakeShortEntry(alias, 0x20, firstCluster, 9),
-                                             MakeShortEntry(name, 0x10, firstCluster, 0)});
+            broken.AddRawSlots(broken.root,
+                               {MakeShortEntry(alias, 0x20, first, 9),
+                                MakeShortEntry(*PlainShortName(u"D"), 0x10, first, 0)});
             const Mounted mounted(broken.disk);
             EXPECT_EQ(List(u"").size(), 2U);
-            EXPECT_FALSE(CanOpen(u"ALONG~1.TXT") || CanOpen(u"D") || CanOpen(u"D\\F"));
-        };
-        for (const uint32_t first : {1U, end, 0xFFFFFFFFU}) {
-            expectNone(first, bad + 1);
+            EXPECT_FALSE(CanOpen(u"ALONG~1.TXT") || CanOpen(u"D") || CanOpen(u"D\\F"))
+                << first << " " << linkOf101;
         }
-        for (const uint32_t link : {0U, 1U, 100U, 101U, end, bad}) {
-            expectNone(100, link);
+    }
+}
+
+// Files with chains that are shorter than their sizes.
+TEST_F(VolumeTest, TransfersNothingBehindAChain) {
+    ImageBuilder builder({});
+    EntryOptions options;
+    options.size = 2 * blockBytes;
+    builder.AddFile(builder.root, u"SHORT", Bytes(blockBytes + 512), options);
+    builder.AddFile(builder.root, u"NONE", {}, options);
+    const Mounted mounted(builder.disk);
+    for (const std::u16string path : {u"SHORT", u"NONE"}) {
+        const File file(path);
+        for (int i = 0; i < 300; ++i) {  // more often than there are blocks in the cache
+            EXPECT_EQ(ReadAt(file.handle, blockBytes, 1), std::nullopt);
         }
-        EntryOptions options;
-        options.size = 2 * blockBytes;
-        builder.AddFile(builder.root, u"SHORT", Bytes(blockBytes + 512), options);
-        builder.AddFile(builder.root, u"NONE", {}, options);
-        const Mounted mounted(builder.disk);
-        for (const std::u16string path : {u"SHORT", u"NONE"}) {
-            const File file(path);
-            for (int i = 0; i < 300; ++i) {  // more often than there are blocks in the cache
-                EXPECT_EQ(ReadAt(file.handle, blockBytes, 1), std::nullopt);
-            }
-            EXPECT_FALSE(WriteAt(file.handle, blockBytes, Bytes(blockBytes)));
-            EXPECT_FALSE(CanOpen(path + u"\\F"));  // no directory
-        }
+        EXPECT_FALSE(WriteAt(file.handle, blockBytes, Bytes(blockBytes)));
+        EXPECT_FALSE(CanOpen(path + u"\\F"));  // no directory
     }
 }
 
 // Names that only their text tells apart: of 8.3 names the packed bytes are what the key is made
 // of; the other pair is the fruit of a search.
 TEST_F(VolumeTest, TellsNamesWithEqualKeysApart) {
-    const std::u16string packed = u"\u4552\u4441\u454D\u2020\u5854\u0054";
-    const std::u16string pair[] = {u"\u6AF4\u67D7\u59E0\u9621\u5756\u4FF2\u6894\u52A7",
-                                   u"\u6B67\u5E2F\u82D6\u7D76\u6C0F\u5061\u58A4\u52A7"};
-    ASSERT_TRUE(MakeNameKey(pair[0].c_str()) == MakeNameKey(pair[1].c_str()));
-    for (const bool isPackedFirst : {false, true}) {
+    const std::u16string packed = u"\u4552\u4441\u454D\u2020\u5854\u0054", plain = u"README.TXT";
+    const std::u16string names[] = {packed, plain,
+                                    u"\u6AF4\u67D7\u59E0\u9621\u5756\u4FF2\u6894\u52A7",
+                                    u"\u6B67\u5E2F\u82D6\u7D76\u6C0F\u5061\u58A4\u52A7"};
+    ASSERT_TRUE(MakeNameKey(names[2].c_str()) == MakeNameKey(names[3].c_str()));
+    for (const bool isBackwards : {false, true}) {
         ImageBuilder builder({});
-        for (const bool isPacked : {isPackedFirst, !isPackedFirst}) {
-            builder.AddFile(builder.root, isPacked ? packed : u"README.TXT", {1, isPacked});
-        }
-        for (const std::u16string& name : pair) {
-            builder.AddFile(builder.AddDirectory(builder.root, name), u"F",
-                            Bytes(8, uint8_t(name[0])));
+        for (size_t i = 0; i < 4; ++i) {
+            const size_t at = isBackwards ? 3 - i : i;
+            const size_t directory = builder.AddDirectory(builder.root, names[at]);
+            builder.AddFile(directory, u"F", Bytes(8, static_cast<uint8_t>(at)));
         }
         const Mounted mounted(builder.disk);
-        EXPECT_EQ(ReadWhole(packed), Bytes({1, 1}));
-        EXPECT_EQ(ReadWhole(u"readme.txt"), Bytes({1, 0}));
-        EXPECT_EQ(ReadWhole(pair[0] + u"\\F"), Bytes(8, 0xF4));
-        EXPECT_EQ(ReadWhole(pair[1] + u"\\F"), Bytes(8, 0x67));
-        const File first(pair[0]), second(pair[1]);
-        EXPECT_NE(ReadAt(first.handle, 0, 32), ReadAt(second.handle, 0, 32));
+        for (size_t i = 0; i < 4; ++i) {
+            EXPECT_EQ(ReadWhole(names[i] + u"\\f"), Bytes(8, static_cast<uint8_t>(i)));
+        }
     }
 }
 

@@ -16,42 +16,34 @@ inline constexpr VolumeLayout modelLayouts[] = {
     {.fatType = 16, .bytesPerSector = 1024, .sectorsPerCluster = 64, .clusterCount = 4087},
     {.fatType = 32, .clusterCount = 20000, .fill = 0xA5},
     {.fatType = 32, .bytesPerSector = 2048, .clusterCount = 65525},
-    {.fatType = 32,
-     .bytesPerSector = 4096,
-     .sectorsPerCluster = 128,
-     .clusterCount = 300,
-     .fill = 0x0F}};
+    {.fatType = 32, .bytesPerSector = 4096, .sectorsPerCluster = 128, .clusterCount = 300}};
 
 struct Node {
     std::u16string path;
-    bool isDirectory = false;
-    uint8_t attributes = 0;
+    uint8_t attributes = 0x10;
     EntryTimes times = {};
     Bytes content = {};
     uint32_t position = 0;
     int holders = 0;  // file and find handles on it
+
+    bool IsDirectory() const { return (attributes & 0x10) != 0; }
 };
 using NodeRef = std::shared_ptr<Node>;
 
 struct Side {
     ImageBuilder builder;
     std::unique_ptr<Mounted> mounted = nullptr;
-    std::map<std::u16string, NodeRef> nodes = {};  // by folded path
+    NodeRef root = std::make_shared<Node>();
+    std::map<std::u16string, NodeRef> nodes = {};  // the others, by folded path
 };
 
-struct HeldFile {
+// A file or find handle. Enumerations have how often each name was shown that was there at their
+// start and has neither come nor gone since.
+struct Held {
     Side* side;
     NodeRef node;
     int handle;
-};
-
-// An enumeration: what was there at its start and has neither come nor gone since, and what it has
-// shown of that.
-struct HeldFind {
-    Side* side;
-    NodeRef directory;  // null for the root
-    int handle;
-    std::set<std::u16string> stable = {}, seen = {};  // folded names
+    std::map<std::u16string, int> shown = {};  // by folded name
 };
 
 inline std::u16string Fold(std::u16string text) {
@@ -65,89 +57,73 @@ inline std::u16string Parent(const std::u16string& path) {
 inline std::u16string Name(const std::u16string& path) {
     return path.substr(path.rfind(u'\\') + 1);
 }
-inline bool IsBelow(const std::u16string& key, const std::u16string& directory) {
-    return key.starts_with(Fold(directory) + u"\\");
+// By folded paths, and without what of an entry no function tells.
+inline Tree Folded(const Tree& tree) {
+    Tree folded;
+    for (const auto& [path, node] : tree) {
+        TreeNode& copy = folded[Fold(path)] = node;
+        std::fill_n(copy.entry.begin(), 11, uint8_t{0});
+        Put16(&copy.entry[20], 0);
+        Put16(&copy.entry[26], 0);
+    }
+    return folded;
 }
-// The bytes of an entry that hold times.
-inline std::string TimesOf(const Slot& entry) {
-    const std::string bytes(entry.begin(), entry.end());
-    return bytes.substr(13, 7) + bytes.substr(22, 4);
-}
+
 // What the volumes should hold, and the random choices made from it.
 struct ModelTree {
-    // `said` receives a line for each call, unless it is null.
-    ModelTree(size_t geometry, uint64_t sequence, std::string* said)
+    ModelTree(size_t geometry, uint64_t sequence)
         : rng(sequence),
-          saying(said),
           sides{Side{ImageBuilder(modelLayouts[geometry])},
                 Side{ImageBuilder(modelLayouts[(geometry + sequence) % std::size(modelLayouts)])}} {
     }
 
     Rng rng;
-    std::string* const saying;
     std::array<Side, 2> sides;
-    Side* side = nullptr;  // the current one
-    std::vector<HeldFile> held;
-    std::vector<HeldFind> finds;
+    Side* side = &sides[0];  // the current one
+    std::vector<Held> files, finds;
 
-    void Say(const std::string& text) {
-        if (saying) {
-            *saying += text + "\n";
-        }
-    }
     bool Chance(uint64_t in) { return Below(rng, in) == 0; }
-
-    NodeRef Pick(bool directories, bool files) {
-        std::vector<NodeRef> choice;
-        for (const auto& [key, node] : side->nodes) {
-            if (node->isDirectory ? directories : files) {
-                choice.push_back(node);
-            }
-        }
-        return choice.empty() ? nullptr : choice[Below(rng, choice.size())];
-    }
     NodeRef Find(const std::u16string& path) const {
         const auto found = side->nodes.find(Fold(path));
-        return found == side->nodes.end() ? nullptr : found->second;
+        return path.empty() ? side->root : found == side->nodes.end() ? nullptr : found->second;
     }
-    std::vector<NodeRef> NodesBelow(const std::u16string& directory) const {
+    // A node with all below it, parents first.
+    std::vector<NodeRef> Subtree(const NodeRef& top) const {
         std::vector<NodeRef> nodes;
-        for (auto it = side->nodes.lower_bound(Fold(directory) + u"\\");
-             it != side->nodes.end() && IsBelow(it->first, directory); ++it) {
-            nodes.push_back(it->second);
+        const std::u16string key = Fold(top->path), below = key + u"\\";
+        for (const auto& [path, node] : side->nodes) {
+            if (path == key || path.starts_with(below)) {
+                nodes.push_back(node);
+            }
         }
         return nodes;
     }
-    static std::set<std::u16string> ChildNames(const Side& of, const NodeRef& directory) {
-        std::set<std::u16string> names;
-        for (const auto& [key, node] : of.nodes) {
-            if (Parent(key) == (directory ? Fold(directory->path) : u"")) {
-                names.insert(Name(key));
+    static std::map<std::u16string, int> ChildNames(const Side& of, const NodeRef& directory) {
+        std::map<std::u16string, int> names;
+        const std::u16string key = Fold(directory->path);
+        for (const auto& entry : of.nodes) {
+            if (Parent(entry.first) == key) {
+                names[Name(entry.first)] = 0;
             }
         }
         return names;
     }
     // A name came to or went from a directory: enumerations may show it or not.
     void Unsettle(const std::u16string& path) {
-        const NodeRef directory = Find(Parent(path));
-        for (HeldFind& find : finds) {
-            if (find.side == side && find.directory == directory) {
-                find.stable.erase(Fold(Name(path)));
+        for (Held& find : finds) {
+            if (find.side == side && find.node == Find(Parent(path))) {
+                find.shown.erase(Fold(Name(path)));
             }
         }
     }
-    void Add(const std::u16string& path, bool isDirectory, uint8_t attributes, Bytes content = {}) {
-        const auto stored =
-            static_cast<uint8_t>(isDirectory ? attributes | 0x10 : attributes & ~0x10);
-        side->nodes[Fold(path)] =
-            std::make_shared<Node>(Node{path, isDirectory, stored, {}, std::move(content)});
+    void Add(const std::u16string& path, uint8_t attributes) {
+        side->nodes[Fold(path)] = std::make_shared<Node>(Node{path, attributes});
         Unsettle(path);
     }
     // Gives a node and all below it another path.
     void Rebase(const NodeRef& node, const std::u16string& to) {
         const std::u16string from = node->path;
-        std::vector<NodeRef> moved = NodesBelow(from);
-        moved.push_back(node);
+        const std::vector<NodeRef> moved = Subtree(node);
         Unsettle(from);
         for (const NodeRef& each : moved) {
             side->nodes.erase(Fold(each->path));
@@ -159,84 +135,71 @@ struct ModelTree {
         Unsettle(to);
     }
 
+    // A directory, or a file too; null when there is none.
+    NodeRef Pick(bool mayBeFile) {
+        std::vector<NodeRef> choice;
+        for (const auto& [key, node] : side->nodes) {
+            if (mayBeFile || node->IsDirectory()) {
+                choice.push_back(node);
+            }
+        }
+        return choice.empty() ? nullptr : choice[Below(rng, choice.size())];
+    }
+    NodeRef PickParent(bool mayBeFile) {
+        const NodeRef node = Chance(4) ? nullptr : Pick(mayBeFile);
+        return node ? node : side->root;
+    }
     // Either as it was created or folded.
     std::u16string Spelled(const std::u16string& path) { return Chance(2) ? path : Fold(path); }
     // A name for a directory, now and then one that is there, apart from case.
     std::u16string NewName(const std::u16string& directory) {
-        if (Chance(8)) {
-            const std::set<std::u16string> names = ChildNames(*side, Find(directory));
-            if (!names.empty()) {
-                return *std::next(names.begin(), static_cast<long>(Below(rng, names.size())));
-            }
+        const NodeRef node = Pick(true);
+        if (node && Chance(8) && Find(directory) == Find(Parent(node->path))) {
+            return Fold(Name(node->path));
         }
         const size_t room = maxPathUnits - std::min(maxPathUnits - 1, directory.size() + 1);
         return RandomName(rng, Chance(8) ? room : std::min<size_t>(room, 24));
     }
+    // Directories may be missing on the way, and the path may be too long.
     std::u16string NewPath() {
-        const NodeRef parent = Chance(4) ? nullptr : Pick(true, Chance(20));
-        std::u16string path = parent ? Spelled(parent->path) : u"";
-        for (uint64_t missing = Chance(6) ? Below(rng, 4) : 0; missing > 0; --missing) {
-            path = JoinPath(path, RandomName(rng, 12));
+        std::u16string path = Spelled(PickParent(Chance(20))->path);
+        const uint64_t names = Chance(30) ? 130 : Chance(6) ? Below(rng, 4) : 0;
+        for (uint64_t left = names; left > 0; --left) {
+            path = JoinPath(path, RandomName(rng, names < 4 ? 12 : Chance(99) ? 2 : 1));
         }
         return JoinPath(path, NewName(path));
     }
-    // A path to the limit made of names of one or two units.
-    std::u16string DeepPath() {
-        const NodeRef parent = Pick(true, false);
-        std::u16string path = parent && Chance(2) ? parent->path : u"";
-        const size_t limit = Chance(3) ? maxPathUnits : Below(rng, maxPathUnits);
-        while (path.size() + 2 <= limit) {
-            const auto unit = static_cast<char16_t>(u'a' + Below(rng, 3));
-            const size_t units = path.size() + 3 <= limit && Chance(4) ? 2 : 1;
-            path = JoinPath(path, std::u16string(units, unit));
-        }
-        return path.empty() ? u"a" : path;
-    }
     // Whether a path can be created, room apart.
     bool IsCreatable(const std::u16string& path) const {
-        if (path.size() > maxPathUnits || Find(path)) {
-            return false;
-        }
+        bool isCreatable = path.size() <= maxPathUnits && !Find(path);
         for (std::u16string above = Parent(path); !above.empty(); above = Parent(above)) {
             const NodeRef node = Find(above);
-            if (node && !node->isDirectory) {
-                return false;
-            }
+            isCreatable = isCreatable && (!node || node->IsDirectory());
         }
-        return true;
+        return isCreatable;
     }
     // Whether room may be short for a new entry, with its missing parents and `bytes` of data.
-    bool IsRoomShort(std::u16string path, uint64_t bytes) const {
+    bool IsRoomShort(const std::u16string& path, uint64_t bytes) const {
         const FatVolumeInfo info = side->mounted->Info();
         const uint64_t c = info.bytesPerCluster, entryClusters = 2 + 21 * 32 / c;
-        uint64_t needed = bytes / c + 1 + entryClusters;
-        while (!Parent(path).empty() && !Find(Parent(path))) {
+        uint64_t needed = bytes / c + 1, rootSlots = 21;
+        for (std::u16string at = path; !at.empty() && !Find(at); at = Parent(at)) {
             needed += entryClusters;
-            path = Parent(path);
         }
-        if (info.freeClusters < needed || info.fatType == 32 || !Parent(path).empty()) {
-            return info.freeClusters < needed;
+        for (const auto& name : ChildNames(*side, side->root)) {
+            rootSlots += 1 + (name.first.size() + 12) / 13;
         }
-        uint64_t slots = 21;  // at the most, as the rest is
-        for (const std::u16string& name : ChildNames(*side, nullptr)) {
-            slots += 1 + (name.size() + 12) / 13;
-        }
-        return slots > side->builder.geometry.rootBytes / 32;
+        return info.freeClusters < needed ||
+               (info.fatType != 32 && !Find(path.substr(0, path.find(u'\\'))) &&
+                rootSlots > side->builder.geometry.rootBytes / 32);
     }
     Tree Expected() const {
         Tree tree;
         for (const auto& [key, node] : side->nodes) {
-            const auto size = static_cast<uint32_t>(node->isDirectory ? 0 : node->content.size());
+            const auto size = static_cast<uint32_t>(node->content.size());
             tree[key] = {MakeShortEntry({}, node->attributes, 0, size, node->times), node->content};
         }
         return tree;
-    }
-    static Tree Folded(const Tree& tree) {
-        Tree folded;
-        for (const auto& [path, node] : tree) {
-            folded[Fold(path)] = node;
-        }
-        return folded;
     }
 };
 
