@@ -15,28 +15,37 @@ namespace {
 
 constexpr size_t stepsPerSequence = 250, manyNodes = 250;
 
-constexpr void (Model::*actions[])() = {&Model::CreateFiles,
-                                        &Model::CreateDir,
-                                        &Model::Delete,
-                                        &Model::Rename,
-                                        &Model::Move,
-                                        &Model::Transfer,
-                                        &Model::Resize,
-                                        &Model::SeekAndDescribe,
-                                        &Model::OpenOrCloseMany,
-                                        &Model::StartFinds,
-                                        &Model::NextFinds,
-                                        &Model::UseVolumes};
+constexpr void (Model::*actions[])() = {
+    &Model::CreateFiles, &Model::CreateDir, &Model::OpenMany, &Model::CloseMany,
+    &Model::StartFinds,  &Model::NextFinds, &Model::Flush,    &Model::SwitchOrRemount};
+constexpr void (Model::*nodeActions[])(const NodeRef&) = {&Model::Delete, &Model::Rename,
+                                                          &Model::Move};
+constexpr void (Model::*fileActions[])(const Held&) = {&Model::Transfer, &Model::Seek,
+                                                       &Model::SetAttributes, &Model::Resize};
 
 // All choices in a step follow from its number: steps can be left out.
 using Steps = std::vector<uint64_t>;
 
 void Do(Model& model, uint64_t step) {
     model.rng = Rng(step);
-    if (model.side->nodes.size() > manyNodes) {
-        model.DeleteTree();
+    const uint64_t kind = Below(model.rng, 10);
+    const NodeRef node = model.Pick(true);
+    if (node && model.side->nodes.size() > manyNodes) {
+        model.DeleteTree(node);
+    } else if (kind < 6) {
+        (model.*actions[Below(model.rng, std::size(actions))])();
+    } else if (node && kind < 8) {
+        (model.*nodeActions[Below(model.rng, std::size(nodeActions))])(node);
+    } else if (node) {
+        // A handle that is held already, on either volume, or a new one.
+        if (model.files.empty() || (model.files.size() < fileHandles && model.Chance(2))) {
+            model.Open(node);
+        }
+        const Held& file = model.files[Below(model.rng, model.files.size())];
+        const size_t action = Below(model.rng, std::size(fileActions));
+        model.Say("handle, action " + std::to_string(action), file.node->path);
+        (model.*fileActions[action])(file);
     }
-    (model.*actions[Below(model.rng, std::size(actions))])();
     EXPECT_TRUE(IsLibrarySound());
     for (const Side& side : model.sides) {
         EXPECT_TRUE(AreListingsInStep(*side.mounted->volume));

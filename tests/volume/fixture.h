@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <ostream>
 #include <utility>
 
 #include "support/image_builder.h"
@@ -133,11 +132,6 @@ inline std::vector<Call> TakeCalls(MemoryDisk& disk) {
 
 inline Call CallAt(CallKind kind, uint64_t position, uint64_t count) {
     return {kind, static_cast<long long>(position), static_cast<unsigned int>(count)};
-}
-
-inline void PrintTo(const Call& call, std::ostream* out) {
-    *out << "{kind " << static_cast<int>(call.kind) << ", position " << call.position << ", count "
-         << call.count << "}";
 }
 
 }  // namespace fatvol::test

@@ -19,7 +19,6 @@ struct Model : ModelTree {
             Mount();
         }
     }
-    ~Model() { CloseAll(nullptr); }
 
     std::string said;  // a line for each call that matters
 
@@ -47,15 +46,12 @@ struct Model : ModelTree {
         side->mounted = std::make_unique<Mounted>(side->builder.disk);
     }
     void Switch() {
+        Say("switch", u"");
         side = side == &sides[0] ? &sides[1] : &sides[0];
         SetCurrentFileSystem(side->mounted->volume);
     }
-    // The library's view, then the checker's.
     void Remount() {
-        Tree tree;
-        SpareHandles();
-        ListTree(tree);
-        EXPECT_EQ(Difference(Folded(Expected()), Folded(tree)), "");
+        Say("remount", u"");
         Side& done = *side;
         ASSERT_TRUE(done.mounted->Unmount());
         Switch();
@@ -78,16 +74,12 @@ struct Model : ModelTree {
         }
         return report.freeClusters;
     }
-    void UseVolumes() {
-        const uint64_t choice = Below(rng, 3);
-        Say("volume", choice == 0 ? u"flush" : choice == 1 ? u"switch" : u"remount");
-        if (choice == 0) {
-            ASSERT_TRUE(Fat_FlushVolume(side->mounted->volume));
-            CheckDisk();
-        } else {
-            choice == 1 ? Switch() : Remount();
-        }
+    void Flush() {
+        Say("flush", u"");
+        ASSERT_TRUE(Fat_FlushVolume(side->mounted->volume));
+        CheckDisk();
     }
+    void SwitchOrRemount() { Chance(3) ? Remount() : Switch(); }
 
     // ---- Handles
 
@@ -107,55 +99,32 @@ struct Model : ModelTree {
         EXPECT_TRUE(&list == &files ? Fat_CloseFile(held.handle)
                                     : Fat_CloseFindHandle(held.handle));
     }
-    // Of a volume that is gone, whose handles do nothing any more, or of both.
+    // Of a volume that is gone, whose handles do nothing any more.
     void CloseAll(const Side* gone) {
         unsigned int size = 0;
         FatFileInfo info{};
         for (std::vector<Held>* const list : {&files, &finds}) {
             for (size_t i = list->size(); i-- > 0;) {
                 const Held& held = (*list)[i];
-                if (!gone || held.side == gone) {
-                    EXPECT_FALSE(gone && (list == &files ? Fat_GetFileSize(held.handle, &size)
-                                                         : Fat_FindNextFile(held.handle, &info)));
+                if (held.side == gone) {
+                    EXPECT_FALSE(list == &files ? Fat_GetFileSize(held.handle, &size)
+                                                : Fat_FindNextFile(held.handle, &info));
                     Close(*list, i);
                 }
             }
         }
     }
-    // One of each, for looking around.
-    void SpareHandles() {
-        if (files.size() == fileHandles) {
-            Close(files, 0);
-        }
-        if (finds.size() == findHandles) {
-            Close(finds, 0);
+    void Open(const NodeRef& node) { Hold(files, node, Fat_OpenFile(Spelled(node->path).c_str())); }
+    void OpenMany() {
+        const uint64_t count = Below(rng, Chance(3) ? 170 : 20);
+        for (uint64_t left = side->nodes.empty() ? 0 : count; left > 0; --left) {
+            Open(Pick(true));
         }
     }
-    void OpenOrCloseMany() {
-        const bool isOpening = Chance(2);
-        const uint64_t most = isOpening ? Chance(3) ? 170 : 20 : files.size() + 1;
-        for (uint64_t left = Below(rng, most); left > 0; --left) {
-            const NodeRef node = isOpening ? Pick(true) : nullptr;
-            if (node) {
-                Hold(files, node, Fat_OpenFile(Spelled(node->path).c_str()));
-            } else if (!isOpening) {
-                Close(files, Below(rng, files.size()));
-            }
+    void CloseMany() {
+        for (uint64_t left = Below(rng, files.size() + 1); left > 0; --left) {
+            Close(files, Below(rng, files.size()));
         }
-    }
-    // A handle that is held already, on either volume, or a new one; null when there is nothing to
-    // open.
-    const Held* PickFile(const char* call) {
-        const NodeRef node = files.size() < fileHandles && Chance(2) ? Pick(true) : nullptr;
-        if (node) {
-            Hold(files, node, Fat_OpenFile(Spelled(node->path).c_str()));
-        }
-        if (files.empty()) {
-            return nullptr;
-        }
-        const Held& file = node ? files.back() : files[Below(rng, files.size())];
-        Say(call, file.node->path);
-        return &file;
     }
 
     // ---- Creating and deleting
@@ -188,7 +157,9 @@ struct Model : ModelTree {
     void AddMissingParents(const std::u16string& path, bool isCertain) {
         for (size_t at = path.find(u'\\'); at != path.npos; at = path.find(u'\\', at + 1)) {
             const std::u16string above = path.substr(0, at);
-            SpareHandles();
+            if (!isCertain && files.size() == fileHandles) {
+                Close(files, 0);
+            }
             if (!Find(above) && (isCertain || CanOpen(above))) {
                 Add(above, 0x10);
             }
@@ -196,12 +167,10 @@ struct Model : ModelTree {
     }
     void CreateFiles() {
         const uint32_t clusterBytes = side->mounted->Info().bytesPerCluster;
-        const bool isMany = Chance(6);  // with long names, until there is no room
-        if (!isMany) {
-            Create(NewPath(), false, Chance(3) ? RandomSize(rng, clusterBytes, 300000) : 0);
-        }
+        Create(NewPath(), false, Chance(3) ? RandomSize(rng, clusterBytes, 300000) : 0);
+        // Now and then more, with long names, until there is no room.
         const std::u16string directory = PickParent(false)->path;
-        bool isRoom = isMany && directory.size() < 50;
+        bool isRoom = Chance(6) && directory.size() < 50;
         for (uint64_t left = 40; left > 0 && isRoom; --left) {
             const std::u16string name(100 + Below(rng, 100),
                                       static_cast<char16_t>(u'\u4E00' + left));
@@ -218,29 +187,19 @@ struct Model : ModelTree {
             Unsettle(node->path);
         }
     }
-    void DeleteTree() {
-        if (const NodeRef node = Pick(true)) {
-            const std::u16string top = node->path.substr(0, node->path.find(u'\\'));
-            const std::vector<NodeRef> nodes = Subtree(Find(top));
-            std::for_each(nodes.rbegin(), nodes.rend(), [&](const NodeRef& n) { DeleteNode(n); });
-        }
+    void DeleteTree(const NodeRef& node) {
+        const NodeRef top = Find(node->path.substr(0, node->path.find(u'\\')));
+        const std::vector<NodeRef> nodes = Subtree(top);
+        std::for_each(nodes.rbegin(), nodes.rend(), [&](const NodeRef& n) { DeleteNode(n); });
     }
-    void Delete() {
-        const NodeRef node = Pick(true);
-        if (node && !Chance(4)) {
-            DeleteNode(node);
-        } else {
-            DeleteTree();
-        }
-        EXPECT_FALSE(Fat_DeleteFile(u"No such thing"));
-    }
+    void Delete(const NodeRef& node) { Chance(4) ? DeleteTree(node) : DeleteNode(node); }
 
     // ---- Renaming and moving
 
     // All open paths at or below the new one must keep to the limit; what is not open need not, as
     // far as the cache does not hold it either.
     template <class Call>
-    bool Carry(const NodeRef& node, const std::u16string& to, bool expected, Call call) {
+    void Carry(const NodeRef& node, const std::u16string& to, bool expected, Call call) {
         bool fits = true, allFit = true;
         for (const NodeRef& each : Subtree(node)) {
             const size_t units = to.size() + each->path.size() - node->path.size();
@@ -248,7 +207,7 @@ struct Model : ModelTree {
             fits = fits && (units <= maxPathUnits || (each != node && each->holders == 0));
         }
         if (fits != allFit) {
-            return false;
+            return;
         }
         Say("carry " + Printable(node->path) + " to", to);
         expected = expected && fits && !Find(to);
@@ -257,24 +216,19 @@ struct Model : ModelTree {
         if (done) {
             Rebase(node, to);
         }
-        return done;
     }
-    void Rename() {
-        if (const NodeRef node = Pick(true)) {
-            const std::u16string directory = Parent(node->path);
-            const std::u16string name = Chance(8) ? Fold(Name(node->path)) : NewName(directory);
-            const std::u16string ignored = name.size() < 250 ? u"Other" : u"";
-            const bool done = Carry(node, JoinPath(directory, name), true, [&] {
-                return Fat_RenameFile(Spelled(node->path).c_str(), JoinPath(ignored, name).c_str());
-            });
+    void Rename(const NodeRef& node) {
+        const std::u16string directory = Parent(node->path), name = NewName(directory);
+        const std::u16string ignored = name.size() < 250 ? u"Other" : u"";
+        Carry(node, JoinPath(directory, name), true, [&] {
+            const bool done =
+                Fat_RenameFile(Spelled(node->path).c_str(), JoinPath(ignored, name).c_str());
             node->times = done ? EntryTimes() : node->times;
-        }
+            return done;
+        });
     }
-    void Move() {
-        const NodeRef node = Pick(true), target = PickParent(Chance(10));
-        if (!node) {
-            return;
-        }
+    void Move(const NodeRef& node) {
+        const NodeRef target = PickParent(Chance(10));
         const auto move = [&] {
             return Fat_MoveFile(Spelled(node->path).c_str(),
                                 target == side->root ? nullptr : Spelled(target->path).c_str());
@@ -285,7 +239,7 @@ struct Model : ModelTree {
             EXPECT_TRUE(move());  // it is there
             return;
         }
-        // The root directory is held by nothing that keeps others from moving there.
+        // Handles on the root directory keep nothing from moving there.
         const bool isFree = node->holders == 0 && (target == side->root || target->holders == 0);
         Carry(node, JoinPath(target->path, Name(node->path)),
               isOutside && isFree && target->IsDirectory(), move);
@@ -303,15 +257,13 @@ struct Model : ModelTree {
         content.resize(std::min<uint64_t>(size, content.size()));
         EXPECT_EQ(content.size(), size);
     }
-    void Transfer() {
-        const Held* const file = PickFile("transfer");
-        if (!file || file->node->IsDirectory()) {
-            const Bytes dots =
-                file ? ReadAt(file->handle, 0, 64).value_or(Bytes(64)) : Bytes(64, '.');
+    void Transfer(const Held& file) {
+        Node& node = *file.node;
+        if (node.IsDirectory()) {
+            const Bytes dots = ReadAt(file.handle, 0, 64).value_or(Bytes(64));
             EXPECT_TRUE(dots[0] == '.' && dots[32] == '.' && dots[33] == '.');
             return;
         }
-        Node& node = *file->node;
         const bool isEx = Chance(2), isWrite = Chance(2);
         const size_t size = node.content.size();
         const size_t offset = isEx ? Below(rng, size + 2) : node.position;
@@ -319,60 +271,52 @@ struct Model : ModelTree {
         const auto count = static_cast<unsigned int>(Below(rng, Chance(2) ? 100 : size + 9));
         const size_t expected = std::min<size_t>(count, size - std::min(offset, size));
         uint8_t* const place = node.content.data() + std::min(offset, size);
-        Bytes buffer = RandomBytes(rng, count + 1);
+        Bytes bytes = RandomBytes(rng, count + 2);
+        uint8_t* const buffer = &bytes[Below(rng, 2)];  // at even and odd addresses
         unsigned int done = 77;
         const bool result =
-            isWrite ? isEx ? Fat_WriteFileEx(file->handle, position, count, buffer.data(), &done)
-                           : Fat_WriteFile(file->handle, count, buffer.data(), &done)
-            : isEx ? Fat_ReadFileEx(file->handle, position, count, buffer.data(), &done)
-                    : Fat_ReadFile(file->handle, count, buffer.data(), &done);
+            isWrite ? isEx ? Fat_WriteFileEx(file.handle, position, count, buffer, &done)
+                           : Fat_WriteFile(file.handle, count, buffer, &done)
+            : isEx ? Fat_ReadFileEx(file.handle, position, count, buffer, &done)
+                    : Fat_ReadFile(file.handle, count, buffer, &done);
         EXPECT_TRUE(result == (!isEx || offset < size) && done == expected);
         if (isWrite) {
-            std::copy_n(buffer.begin(), expected, place);
+            std::copy_n(buffer, expected, place);
         }
-        EXPECT_TRUE(std::equal(place, place + expected, buffer.begin()));
+        EXPECT_TRUE(std::equal(place, place + expected, buffer));
         node.position += isEx ? 0 : static_cast<uint32_t>(expected);
     }
-    void SeekAndDescribe() {
-        const Held* const file = PickFile("seek and describe");
-        if (!file) {
-            return;
-        }
-        Node& node = *file->node;
+    void Seek(const Held& file) {
+        Node& node = *file.node;
         const auto size = static_cast<uint32_t>(node.content.size());
         const auto offset = static_cast<uint32_t>(Below(rng, size + 9));
         const auto origin = static_cast<unsigned int>(Below(rng, 4));
         const uint32_t targets[] = {offset, node.position + offset,
                                     offset <= size ? size - offset : 0, node.position};
-        EXPECT_TRUE(Fat_SetFileOffset(file->handle, offset, origin));
+        EXPECT_TRUE(Fat_SetFileOffset(file.handle, offset, origin));
         node.position = std::min(targets[origin], size);
-        FatFileInfo info{};
         unsigned int actualSize = 77, position = 77;
-        EXPECT_TRUE(Fat_GetFileAttribute(file->handle, &info) &&
-                    Fat_GetFileSize(file->handle, &actualSize) &&
-                    Fat_GetFileOffset(file->handle, &position));
-        EXPECT_TRUE(actualSize == size && position == node.position &&
-                    info.attributes == node.attributes &&
-                    Fat_IsDir(file->handle) == node.IsDirectory());
-        EXPECT_EQ(Printable(Fold(NameOf(info))), Printable(Fold(Name(node.path))));
-        if (Chance(3)) {
-            SetAttributes(*file, info);
-        }
+        EXPECT_TRUE(Fat_GetFileSize(file.handle, &actualSize) && actualSize == size);
+        EXPECT_TRUE(Fat_GetFileOffset(file.handle, &position) && position == node.position);
     }
-    void SetAttributes(const Held& file, FatFileInfo& info) {
+    void SetAttributes(const Held& file) {
         Node& node = *file.node;
-        const auto attributes = static_cast<uint8_t>(Below(rng, 256));
+        FatFileInfo info{};
+        EXPECT_TRUE(Fat_GetFileAttribute(file.handle, &info));
+        EXPECT_TRUE(info.attributes == node.attributes &&
+                    Fat_IsDir(file.handle) == node.IsDirectory());
+        EXPECT_EQ(Printable(Fold(NameOf(info))), Printable(Fold(Name(node.path))));
+        info.attributes = static_cast<unsigned int>(Below(rng, 256));
+        node.attributes =
+            static_cast<uint8_t>((info.attributes & ~0x18U) | (node.IsDirectory() ? 0x10U : 0U));
         int64_t written = 0;
         node.times.writeDate = static_cast<uint16_t>(Below(rng, 128) << 9 | 0x2F);
         node.times.writeTime = static_cast<uint16_t>(Below(rng, 24) << 11 | 0x6D);
         node.times.accessDate = node.times.writeDate;
         EXPECT_TRUE(FatTimeToSystemTime(node.times.writeDate, node.times.writeTime, &written));
-        info.attributes = attributes;
         info.lastWriteTimeLow = info.lastAccessTimeLow = static_cast<unsigned int>(written);
         info.lastWriteTimeHigh = info.lastAccessTimeHigh = static_cast<unsigned int>(written >> 32);
         EXPECT_TRUE(Fat_SetFileAttribute(file.handle, &info));
-        node.attributes =
-            static_cast<uint8_t>((attributes & ~0x18U) | (node.IsDirectory() ? 0x10U : 0U));
     }
     void ResizeTo(const Held& file, uint64_t size) {
         const FatVolumeInfo info = file.side->mounted->Info();
@@ -384,27 +328,21 @@ struct Model : ModelTree {
             ReadGrown(file, size);
         }
     }
-    void Resize() {
-        const Held* const file = PickFile("resize");
-        if (!file) {
-            return;
-        }
-        const FatVolumeInfo info = file->side->mounted->Info();
-        const uint64_t c = info.bytesPerCluster,
-                       clusters = (file->node->content.size() + c - 1) / c;
-        const uint64_t allRoom = (clusters + info.freeClusters) * c;
-        if (file->node->IsDirectory()) {
-            const uint64_t sizes[] = {0, (1ULL << 32) - c + 1, (2U << 20) + 1, Below(rng, 40000)};
-            const size_t choice = Below(rng, 4);
-            const bool done =
-                Fat_SetFileSize(file->handle, static_cast<unsigned int>(sizes[choice]));
-            EXPECT_TRUE(!done || choice == 3);
+    void Resize(const Held& file) {
+        const FatVolumeInfo info = file.side->mounted->Info();
+        const uint64_t c = info.bytesPerCluster;
+        const uint64_t allRoom = ((file.node->content.size() + c - 1) / c + info.freeClusters) * c;
+        if (file.node->IsDirectory()) {
+            // Any size that keeps its entries and that there is room for.
+            Fat_SetFileSize(file.handle, static_cast<unsigned int>(Below(rng, 40000)));
+            EXPECT_FALSE(Fat_SetFileSize(file.handle, 0) ||
+                         Fat_SetFileSize(file.handle, (2U << 20) + 1));
         } else if (Chance(4) && allRoom < 3000000) {  // to the last free cluster
-            ResizeTo(*file, allRoom);
-            ResizeTo(*file, allRoom + 1);
-            ResizeTo(*file, allRoom - std::min(allRoom, Below(rng, 30) * c));
+            ResizeTo(file, allRoom);
+            ResizeTo(file, allRoom + 1);
+            ResizeTo(file, allRoom - std::min(allRoom, Below(rng, 30) * c));
         } else {
-            ResizeTo(*file, RandomSize(rng, static_cast<uint32_t>(c), 700000));
+            ResizeTo(file, RandomSize(rng, info.bytesPerCluster, 700000));
         }
     }
 
@@ -412,24 +350,20 @@ struct Model : ModelTree {
 
     static void See(Held& find, const FatFileInfo& info) {
         const std::u16string name = Fold(NameOf(info));
-        if (name != u"." && name != u"..") {
-            const auto node = find.side->nodes.find(JoinPath(Fold(find.node->path), name));
-            const auto shown = find.shown.find(name);
-            EXPECT_TRUE(node != find.side->nodes.end() &&
-                        info.attributes == node->second->attributes)
-                << Printable(name);
-            EXPECT_TRUE(shown == find.shown.end() || ++shown->second == 1) << Printable(name);
-        }
+        const auto shown = find.shown.find(name);
+        EXPECT_TRUE(shown == find.shown.end() || ++shown->second == 1) << Printable(name);
+        EXPECT_TRUE(name == u"." || name == u".." ||
+                    find.side->nodes.contains(JoinPath(Fold(find.node->path), name)));
     }
     void StartFinds() {
         for (uint64_t left = Chance(20) ? findHandles : 2; left > 0; --left) {
             const NodeRef directory = PickParent(false);
             const auto names = ChildNames(*side, directory);
+            const bool isRoot = directory == side->root;
             FatFileInfo info{};
-            const int handle = directory == side->root
-                                   ? Fat_FindFirstRootFile(&info)
-                                   : Fat_FindFirstFile(directory->path.c_str(), &info);
-            if (directory == side->root && names.empty()) {
+            const int handle = isRoot ? Fat_FindFirstRootFile(&info)
+                                      : Fat_FindFirstFile(directory->path.c_str(), &info);
+            if (isRoot && names.empty()) {
                 EXPECT_EQ(handle, -1);
                 continue;
             }
