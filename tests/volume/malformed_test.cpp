@@ -72,24 +72,18 @@ TEST_F(VolumeTest, RefusesBrokenChains) {
         if (builder.geometry.HasCluster(bad)) {
             builder.SetFatEntry(bad, bad + 1);  // a mark in a link all the same
         }
-        for (const auto& [first, linkOf101] : {std::pair(1U, bad + 1),
-                                               {end, bad + 1},
-                                               {~0U, bad + 1},
-                                               {100U, 0U},
-                                               {100U, 1U},
-                                               {100U, 100U},
-                                               {100U, 101U},
-                                               {100U, end},
-                                               {100U, bad}}) {
-            builder.SetFatEntry(101, linkOf101);
-            ImageBuilder broken = builder;
-            broken.AddRawSlots(broken.root,
-                               {MakeShortEntry(alias, 0x20, first, 9),
-                                MakeShortEntry(*PlainShortName(u"D"), 0x10, first, 0)});
-            const Mounted mounted(broken.disk);
-            EXPECT_EQ(List(u"").size(), 2U);
-            EXPECT_FALSE(CanOpen(u"ALONG~1.TXT") || CanOpen(u"D") || CanOpen(u"D\\F"))
-                << first << " " << linkOf101;
+        for (const uint32_t first : {1U, end, ~0U, 100U}) {
+            for (const uint32_t linkOf101 : {0U, 1U, 100U, 101U, end, bad}) {
+                ImageBuilder broken = builder;
+                broken.SetFatEntry(101, linkOf101);
+                broken.AddRawSlots(broken.root,
+                                   {MakeShortEntry(alias, 0x20, first, 9),
+                                    MakeShortEntry(*PlainShortName(u"D"), 0x10, first, 0)});
+                const Mounted mounted(broken.disk);
+                EXPECT_EQ(List(u"").size(), 2U);
+                EXPECT_FALSE(CanOpen(u"ALONG~1.TXT") || CanOpen(u"D") || CanOpen(u"D\\F"))
+                    << first << " " << linkOf101;
+            }
         }
     }
 }

@@ -1,7 +1,6 @@
 // The calls on the volumes of the model, and what they should do.
 #pragma once
 
-#include "api/library_state.h"
 #include "dir/fat_time.h"
 #include "dir/listing_check.h"
 #include "dir/short_name.h"

@@ -1,8 +1,10 @@
 // The model of two volumes: trees of names and bytes, and what is open of them.
 #pragma once
 
+#include "api/library_state.h"
 #include "dir/upcase.h"
 #include "fixture.h"
+#include "volume/fat_volume.h"
 
 namespace fatvol::test {
 
@@ -182,16 +184,14 @@ struct ModelTree {
     bool IsRoomShort(const std::u16string& path, uint64_t bytes) const {
         const FatVolumeInfo info = side->mounted->Info();
         const uint64_t c = info.bytesPerCluster, entryClusters = 2 + 21 * 32 / c;
-        uint64_t needed = bytes / c + 1, rootSlots = 21;
+        uint64_t needed = bytes / c + 1;
         for (std::u16string at = path; !at.empty() && !Find(at); at = Parent(at)) {
             needed += entryClusters;
         }
-        for (const auto& name : ChildNames(*side, side->root)) {
-            rootSlots += 1 + (name.first.size() + 12) / 13;
-        }
+        Bitmap& rootSlots = side->mounted->volume->rootDirectory->listing->slots;
         return info.freeClusters < needed ||
                (info.fatType != 32 && !Find(path.substr(0, path.find(u'\\'))) &&
-                rootSlots > side->builder.geometry.rootBytes / 32);
+                CountClearBits(rootSlots) < 21);
     }
     Tree Expected() const {
         Tree tree;
