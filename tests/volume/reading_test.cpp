@@ -35,19 +35,9 @@ TEST_P(EveryLayout, IsReadAndStaysAsItIs) {
     }
     FillRandomTree(builder, rng, 150);
 
-    // What unmounting writes: FSInfo with its counts unknown, and the second FAT, which is stale.
-    std::vector<std::pair<uint64_t, Bytes>> expected, written;
-    if (geometry.fsInfoSector != 0) {
-        const uint64_t position = uint64_t{geometry.fsInfoSector} * geometry.bytesPerSector;
-        expected.emplace_back(position, disk.Read(position, 512));
-        std::fill_n(&expected[0].second[488], 8, uint8_t{0xFF});
-    }
     if (geometry.fatCount > 1) {
-        expected.emplace_back(geometry.FatPosition(1),
-                              disk.Read(geometry.FatPosition(0), geometry.fatBytes));
         disk.Fill(geometry.FatPosition(1), geometry.fatBytes, 0x5C);
     }
-    disk.keepWrites = true;
     {
         const Mounted mounted(disk);
         const FatVolumeInfo info = mounted.Info();
@@ -61,10 +51,10 @@ TEST_P(EveryLayout, IsReadAndStaysAsItIs) {
         ListTree(tree);
         EXPECT_EQ(Difference(builder.tree, tree), "");
     }
-    for (const DiskWrite& write : disk.writes) {
-        written.emplace_back(write.positionBytes, write.bytes);
-    }
-    EXPECT_EQ(written, expected);
+    // FSInfo, and the second FAT, which was stale.
+    EXPECT_EQ(disk.counters.bytesWritten, (geometry.fsInfoSector != 0 ? 512 : 0) +
+                                              (geometry.fatCount > 1 ? geometry.fatBytes : 0));
+    EXPECT_EQ(Difference(builder.tree, ReadTree(disk), Compare::WholeEntryContent), "");
     EXPECT_EQ(CheckImage(disk).Text(), "");
 
     const Mounted mounted(disk);
