@@ -217,7 +217,16 @@ struct Model : ModelTree {
         }
     }
     void Rename(const NodeRef& node) {
-        const std::u16string directory = Parent(node->path), name = NewName(directory);
+        const std::u16string directory = Parent(node->path);
+        std::u16string name = NewName(directory);
+        if (Chance(4)) {  // the longest path below comes to the limit, or just beyond
+            size_t longest = 0;
+            for (const NodeRef& each : Subtree(node)) {
+                longest = std::max(longest, each->path.size());
+            }
+            const size_t limit = maxPathUnits + Below(rng, 2) + Name(node->path).size();
+            name.assign(std::min<size_t>(limit - std::min(longest, limit - 1), 255), u'r');
+        }
         const std::u16string ignored = name.size() < 250 ? u"Other" : u"";
         Carry(node, JoinPath(directory, name), true, [&] {
             const bool done =
@@ -284,6 +293,7 @@ struct Model : ModelTree {
         }
         EXPECT_TRUE(std::equal(place, place + expected, buffer));
         node.position += isEx ? 0 : static_cast<uint32_t>(expected);
+        EXPECT_TRUE(Fat_GetFileOffset(file.handle, &done) && done == node.position);
     }
     void Seek(const Held& file) {
         Node& node = *file.node;

@@ -153,10 +153,10 @@ struct ModelTree {
     }
     // Either as it was created or folded.
     std::u16string Spelled(const std::u16string& path) { return Chance(2) ? path : Fold(path); }
-    // A name for a directory, now and then one that is there, apart from case.
+    // A name for a directory, now and then one that is there or elsewhere, apart from case.
     std::u16string NewName(const std::u16string& directory) {
         const NodeRef node = Pick(true);
-        if (node && Chance(8) && Find(directory) == Find(Parent(node->path))) {
+        if (node && Chance(5)) {
             return Fold(Name(node->path));
         }
         const size_t room = maxPathUnits - std::min(maxPathUnits - 1, directory.size() + 1);
