@@ -132,10 +132,16 @@ TEST_F(Changes, GiveAliasesInThisOrder) {
         {u"LONGFI~1.TXT", u"LONGFI~6.TXT"},       // taken by the first alias
         {u"longfilename2.txt", u"LONGFI~8.TXT"},  // 7 is taken
         {u"nine nine nine", u"NINENI~9"},
-        {u"longfilename3.txt", u"LONGF~10.TXT"}};
+        {u"longfilename3.txt", u"LONGF~10.TXT"},
+        {u"", u""},  // the tails start over
+        {u"longfilename4.txt", u"LONGFI~2.TXT"}};
     ImageBuilder builder({});
     const Mounted mounted(builder.disk);
     for (const auto& [name, alias] : cases) {
+        if (name.empty()) {
+            ResetShortNameTailsForTests();
+            continue;
+        }
         ASSERT_TRUE(Create(name)) << Printable(name);
         FatFileInfo info{};
         EXPECT_TRUE(Fat_GetFileAttribute(File(name).handle, &info));

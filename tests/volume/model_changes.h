@@ -343,7 +343,8 @@ struct Model : ModelTree {
         const uint64_t allRoom = ((file.node->content.size() + c - 1) / c + info.freeClusters) * c;
         if (file.node->IsDirectory()) {
             // Any size that keeps its entries and that there is room for.
-            Fat_SetFileSize(file.handle, static_cast<unsigned int>(Below(rng, 40000)));
+            Fat_SetFileSize(file.handle,
+                            static_cast<unsigned int>(Below(rng, Chance(4) ? 600000 : 40000)));
             EXPECT_FALSE(Fat_SetFileSize(file.handle, 0) ||
                          Fat_SetFileSize(file.handle, (2U << 20) + 1));
         } else if (Chance(4) && allRoom < 3000000) {  // to the last free cluster

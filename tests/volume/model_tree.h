@@ -18,7 +18,11 @@ inline constexpr VolumeLayout modelLayouts[] = {
     {.fatType = 16, .bytesPerSector = 1024, .sectorsPerCluster = 64, .clusterCount = 4087},
     {.fatType = 32, .clusterCount = 20000, .fill = 0xA5},
     {.fatType = 32, .bytesPerSector = 2048, .clusterCount = 65525},
-    {.fatType = 32, .bytesPerSector = 4096, .sectorsPerCluster = 128, .clusterCount = 300}};
+    {.fatType = 32,
+     .bytesPerSector = 4096,
+     .sectorsPerCluster = 128,
+     .clusterCount = 300,
+     .fill = 0x0F}};
 
 struct Node {
     std::u16string path;
