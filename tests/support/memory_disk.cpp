@@ -77,12 +77,6 @@ MemoryDisk::Page& MemoryDisk::WritablePage(uint64_t index) {
     return *page;
 }
 
-void MemoryDisk::Replay(const std::vector<DiskWrite>& log, size_t count) {
-    for (size_t i = 0; i < count; ++i) {
-        Write(log.at(i).positionBytes, log[i].bytes.data(), log[i].bytes.size());
-    }
-}
-
 void MemoryDisk::Save(const std::string& path) const {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     for (uint64_t at = 0; at < sizeBytes; at += pageBytes) {

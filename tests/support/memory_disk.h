@@ -77,8 +77,6 @@ public:
     // The contents at this moment; pages are shared until one side writes to them.
     Pages Snapshot() const { return pages; }
     void Restore(const Pages& contents) { pages = contents; }
-    // Writes the first `count` of `log` again, on top of what is there.
-    void Replay(const std::vector<DiskWrite>& log, size_t count);
 
     // An image file for other tools; unwritten space becomes a hole. Throws std::runtime_error.
     void Save(const std::string& path) const;
