@@ -25,22 +25,6 @@ CFatFile* FindOpenObject(const OpenObjectCache& cache, const NameKey& key,
     return node ? static_cast<OpenKey*>(node)->object : nullptr;
 }
 
-namespace {
-
-// Whether an object can be destroyed without losing anything. One whose blocks cannot be written
-// stays, and they are tried again later; the next flush tells. A directory that has grown waits for
-// the write of the FAT, which depends on it.
-bool CanLetGo(CFatFile& object) {
-    if (object.refCount != 1 || object.linkedSize != 0) {
-        return false;
-    }
-    const bool written = FlushFileBlocks(object);
-    object.volume->hasUntoldFailure = !written || object.volume->hasUntoldFailure;
-    return written;
-}
-
-}  // namespace
-
 void TrimOpenObjectCache(OpenObjectCache& cache) {
     auto* link = cache.recency.next;
     if (cache.count > cache.waitingLimit) {
@@ -56,9 +40,19 @@ void TrimOpenObjectCache(OpenObjectCache& cache) {
     while (cache.count > OpenObjectLimit && link != &cache.recency) {
         CFatFile& object = ObjectOf(*link);
         link = link->next;
-        if (CanLetGo(object)) {
-            RemoveOpenObject(cache, object);
+        // A directory that has grown waits for the write of the FAT, which depends on it.
+        if (object.refCount != 1 || object.linkedSize != 0) {
+            continue;
         }
+        if (!FlushFileBlocks(object)) {
+            // It stays, lest its bytes are lost, and the next flush tells. Another one is tried
+            // next time: trying them all each time would take longer and longer while storage
+            // fails.
+            object.volume->hasUntoldFailure = true;
+            TouchOpenObject(cache, object);
+            return;
+        }
+        RemoveOpenObject(cache, object);
     }
 }
 
