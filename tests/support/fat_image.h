@@ -74,6 +74,7 @@ struct TreeNode {
     bool IsDirectory() const { return (entry[11] & 0x10) != 0; }
     uint32_t Size() const { return Get32(&entry[28]); }
     uint32_t FirstCluster() const { return Get16(&entry[20]) << 16 | Get16(&entry[26]); }
+    bool operator==(const TreeNode&) const = default;
 };
 
 // Path without leading backslash -> node; no dot entries, no volume label.

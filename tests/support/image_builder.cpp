@@ -279,7 +279,10 @@ uint64_t ImageBuilder::AddEntry(size_t parent, const std::u16string& name,
     const std::optional<ShortName> plain = PlainShortName(name);
     char alias[12];
     std::snprintf(alias, sizeof(alias), "LN~%05u   ", static_cast<unsigned>(tree.size() % 100000));
-    std::copy_n(plain ? plain->begin() : reinterpret_cast<uint8_t*>(alias), 11, node.entry.begin());
+    ShortName automatic;
+    std::copy_n(alias, automatic.size(), automatic.begin());
+    const ShortName shortName = plain.value_or(options.alias.value_or(automatic));
+    std::copy(shortName.begin(), shortName.end(), node.entry.begin());
     std::vector<Slot> slots;
     if (!plain || options.alwaysLong) {
         slots = MakeLongEntries(name, NameChecksum(node.entry.data()));

@@ -34,6 +34,7 @@ struct EntryOptions {
     uint8_t attributes = 0x20;  // AddDirectory adds 0x10 to it and takes 0x20 away
     EntryTimes times;
     bool alwaysLong = false;         // has a long name even if the short one shows the same
+    std::optional<ShortName> alias;  // of a long name; made automatically otherwise
     std::vector<uint32_t> clusters;  // the chain in order, all free; taken automatically otherwise
     std::optional<uint32_t> size;    // DIR_FileSize, when not that of the content
 };

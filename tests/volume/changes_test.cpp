@@ -112,7 +112,7 @@ TEST_F(Changes, WriteTheseEntries) {
         options.attributes = 0;
         expected.AddDirectory(d, u"E", options);
         options.attributes = 0x21;
-        options.shortName = {'A', 'L', 'O', 'N', 'G', 'N', '~', '1', 'T', 'X', 'T'};
+        options.alias = {'A', 'L', 'O', 'N', 'G', 'N', '~', '1', 'T', 'X', 'T'};
         expected.AddFile(d, u"A long name.txt", Bytes(5), options);
         const uint64_t position = builder.geometry.ClusterPosition(3);
         EXPECT_EQ(builder.disk.Read(position, 512), expected.disk.Read(position, 512));
