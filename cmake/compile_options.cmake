@@ -8,6 +8,10 @@ if(WIN32)  # the W functions' texts, and names like min left to C++
     target_compile_definitions(fatvol_options INTERFACE UNICODE NOMINMAX WIN32_LEAN_AND_MEAN)
 endif()
 
+if(FATVOL_SMALL_CACHES)
+    target_compile_definitions(fatvol_options INTERFACE FATVOL_SMALL_CACHES)
+endif()
+
 if(FATVOL_SANITIZE)
     target_compile_options(fatvol_options INTERFACE
         $<$<NOT:$<BOOL:${FATVOL_FUZZ}>>:-O1> -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)

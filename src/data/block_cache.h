@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/cache_sizes.h"
 #include "platform/intrusive_list.h"
 #include "storage/fat_status.h"
 #include "storage/log2_floor.h"
@@ -23,7 +24,6 @@ namespace fatvol {
 class CFatFile;
 
 inline constexpr std::uint32_t CacheBlockSize = 0x40000;  // bytes
-inline constexpr std::uint32_t CacheBlockCount = 256;
 inline constexpr std::uint32_t BlockShift = Log2Floor(CacheBlockSize);
 inline constexpr std::uint32_t BlockMask = CacheBlockSize - 1;
 inline constexpr std::uint32_t IndexBucketCount = 269;

@@ -12,6 +12,7 @@
 #include <cstdint>
 
 #include "ops/key_table.h"
+#include "platform/cache_sizes.h"
 #include "platform/intrusive_list.h"
 #include "storage/fat_status.h"
 
@@ -19,10 +20,6 @@ namespace fatvol {
 
 class CFatFile;
 
-inline constexpr std::uint32_t OpenObjectLimit = 160;
-
-// Beyond this many objects the directories among them that have grown are no longer kept.
-inline constexpr std::uint32_t WaitingObjectLimit = 320;
 inline constexpr std::uint32_t OpenObjectModulus = 7;
 
 struct OpenObjectTag;

@@ -12,8 +12,8 @@
 namespace fatvol {
 namespace {
 
-constexpr std::uint32_t EntryShift16 = 17;
-constexpr std::uint32_t EntryShift32 = 16;
+constexpr std::uint32_t EntryShift16 = FatBlockShift - 1;
+constexpr std::uint32_t EntryShift32 = FatBlockShift - 2;
 
 // Which blocks the entries of clusters 0 to clusterCount + 1 fill. A FAT12 is always one block.
 void SetBlockGeometry(FatTable& table, std::uint32_t fatType, std::uint32_t sectorShift,

@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/cache_sizes.h"
 #include "platform/intrusive_list.h"
 #include "storage/fat_status.h"
 
@@ -28,10 +29,8 @@ struct FatVolume;
 
 namespace fatvol {
 
-inline constexpr std::uint32_t FatBlockShift = 18;
-inline constexpr std::uint32_t FatBlockSize = 1u << FatBlockShift;  // bytes
-inline constexpr std::uint32_t FatCacheCapacity = 256;              // blocks
-inline constexpr std::uint32_t MaxFatBlocks = 4096;                 // of 2^28 clusters
+inline constexpr std::uint32_t FatBlockSize = 1u << FatBlockShift;         // bytes
+inline constexpr std::uint32_t MaxFatBlocks = 1u << (30 - FatBlockShift);  // of 2^28 clusters
 inline constexpr std::uint32_t FatBucketCount = 269;
 inline constexpr std::uint32_t FatBucketGrowth = 6;
 inline constexpr std::uint32_t FatDirtyCapacity = 4;
@@ -50,7 +49,7 @@ struct FatBlock {
     std::uint32_t dirty;        // 1 while it holds changes that are not on the volume
     std::uint8_t data[FatBlockSize];
 };
-static_assert(sizeof(FatBlock) == 0x4000C);
+static_assert(sizeof(FatBlock) == FatBlockSize + 0xC);
 
 struct FatCacheTag;
 struct FatCacheNode : ListNode<FatCacheTag> {
