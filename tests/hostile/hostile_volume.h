@@ -40,8 +40,9 @@ struct HostileDisk : MemoryDisk {
     using MemoryDisk::MemoryDisk;
 
     uint64_t endBytes = sizeBytes;
-    bool isSound = false;                     // and has to be so at the end
-    static inline uint64_t storageCalls = 0;  // of all disks
+    bool isSound = false;                        // and has to be so at the end
+    static inline uint64_t storageCalls = 0;     // of all disks
+    static inline bool hasWorkedWithin = false;  // what is called from a storage
     // How the host breaks its word, none while 0:
     uint32_t spoiltCallback = 0;  // 1 to 7: PrepareDevice leaves this one null; 8: it throws
     uint32_t mpbLie = 0;          // byte of the record; in the next 8 bits what is added to it
@@ -60,6 +61,8 @@ struct HostileDisk : MemoryDisk {
         const uint64_t unit = call.kind >= CallKind::ReadSectors ? sectorBytes : 1;
         const uint64_t end = (static_cast<uint64_t>(call.position) + call.count) * unit;
         ++storageCalls;
+        // The library is in the middle of a call.
+        hasWorkedWithin |= Fat_LibTerminate() || Fat_OpenFile(u"F") >= 0 || Fat_CloseFile(0);
         if (throwsInTransfers) {
             throw std::runtime_error("host");
         }

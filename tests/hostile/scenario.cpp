@@ -305,6 +305,7 @@ private:
 
     void CheckState() {
         Require(!Library || IsLibrarySound(), "the library's invariants\n");
+        Require(!HostileDisk::hasWorkedWithin, "a call from within a storage did something\n");
         for (const Side& each : sides) {
             Require(!each.mounted || !areListingsInStep || AreListingsInStep(*each.mounted),
                     "a listing differs from its directory\n");
