@@ -49,7 +49,7 @@ FatVolume* Fat_Mount(CFatStorage* storage, void* parameter) noexcept {
     if (Library && storage && IsStorageInUse(storage)) {
         return nullptr;
     }
-    std::unique_ptr<CFatStorage> owned(storage);
+    StorageOwner owned(storage);
     if (!IsLibraryReady()) {
         return nullptr;
     }

@@ -1,5 +1,7 @@
 #include "storage/storage_io.h"
 
+#include <utility>
+
 #include "api/fatvol.h"
 
 namespace fatvol {
@@ -8,18 +10,28 @@ const CFatStorage* StorageInCall = nullptr;
 
 namespace {
 
+// The time in which host code of a storage runs. One storage may be deleted within a call of
+// another.
+class HostCall {
+public:
+    explicit HostCall(const CFatStorage& storage) : outer(std::exchange(StorageInCall, &storage)) {}
+    ~HostCall() { StorageInCall = outer; }
+    HostCall(const HostCall&) = delete;
+    HostCall& operator=(const HostCall&) = delete;
+
+private:
+    const CFatStorage* const outer;
+};
+
 // Runs host code of a storage that returns a status.
-template <class HostCall>
-FatStatus Guarded(const CFatStorage& storage, HostCall call) {
-    StorageInCall = &storage;
-    FatStatus status = STATUS_DRIVER_INTERNAL_ERROR;
+template <class Code>
+FatStatus Guarded(const CFatStorage& storage, Code code) {
+    const HostCall call(storage);
     try {
-        status = static_cast<FatStatus>(call());
+        return static_cast<FatStatus>(code());
     } catch (...) {
-        // The status says so.
+        return STATUS_DRIVER_INTERNAL_ERROR;
     }
-    StorageInCall = nullptr;
-    return status;
 }
 
 FatStatus Transfer(StorageTransferProc proc, CFatStorage& storage, const void* buffer,
@@ -31,6 +43,11 @@ FatStatus Transfer(StorageTransferProc proc, CFatStorage& storage, const void* b
 }
 
 }  // namespace
+
+void DeleteStorage::operator()(CFatStorage* storage) const {
+    const HostCall call(*storage);
+    delete storage;
+}
 
 FatStatus ReadBytes(CFatStorage& storage, void* buffer, std::uint64_t position,
                     std::uint32_t count) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "storage/boot_sector.h"
 #include "storage/fat_status.h"
@@ -15,6 +16,12 @@ namespace fatvol {
 // The storage whose host code is running, or null. Called from there every exported function fails:
 // the library is in the middle of a change.
 extern const CFatStorage* StorageInCall;
+
+// Owns a host's storage object, whose destructor is host code too.
+struct DeleteStorage {
+    void operator()(CFatStorage* storage) const;
+};
+using StorageOwner = std::unique_ptr<CFatStorage, DeleteStorage>;
 
 // The transfers: positions and counts in bytes, or in sectors for the last two. A negative result
 // of the callback is returned unchanged. The aligned forms move whole clusters.

@@ -1,8 +1,9 @@
 // The file allocation table: reading and writing its entries through a cache of 256 KiB blocks.
 //
 // Only the first FAT goes through this cache; the second one is brought up to date when the volume
-// is unmounted. Up to 256 blocks stay in memory, found through 269 buckets and recycled least
-// recently used first. Changed blocks collect on a list of four, which is written when it is full.
+// is flushed or unmounted. Up to 256 blocks stay in memory, found through 269 buckets and recycled
+// least recently used first. Changed blocks collect on a list of four, which is written when it is
+// full.
 //
 //   type   entries per block  block of cluster c  entry within its block
 //   FAT12  all                0                   12 bits at byte c * 3 / 2
@@ -30,7 +31,7 @@ struct FatVolume;
 namespace fatvol {
 
 inline constexpr std::uint32_t FatBlockSize = 1u << FatBlockShift;         // bytes
-inline constexpr std::uint32_t MaxFatBlocks = 1u << (30 - FatBlockShift);  // of 2^28 clusters
+inline constexpr std::uint32_t MaxFatBlocks = 1u << (32 - FatBlockShift);  // FATs end below 4 GiB
 inline constexpr std::uint32_t FatBucketCount = 269;
 inline constexpr std::uint32_t FatBucketGrowth = 6;
 inline constexpr std::uint32_t FatDirtyCapacity = 4;

@@ -12,6 +12,7 @@
 #include "api/fatvol.h"
 #include "ops/open_object_cache.h"
 #include "platform/intrusive_list.h"
+#include "storage/storage_io.h"
 #include "volume/cluster_bitmap.h"
 #include "volume/fat_table.h"
 
@@ -30,7 +31,7 @@ enum class VolumeState {
 struct FatVolume {
     fatvol::FatTable fatTable;
     fatvol::ClusterBitmap clusterBitmap;
-    std::unique_ptr<CFatStorage> storage;
+    fatvol::StorageOwner storage;
     fatvol::CFatFile* rootDirectory = nullptr;  // holds one reference
     std::uint32_t firstFatSector = 0;
     std::uint32_t fatSize = 0;       // sectors per FAT

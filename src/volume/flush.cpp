@@ -139,11 +139,15 @@ FatStatus ExpectLink(CFatFile& directory) {
 
 // Ends the chain in the FAT before the new clusters, for a while.
 bool HoldLink(CFatFile& directory) {
-    const std::uint32_t cluster = LinkOf(directory).cluster;
-    if (!directory.isLinkHeld) {
+    if (Failed(ExpectLink(directory))) {
+        return false;
+    }
+    const bool isHeld = directory.linkedSize == 0 || directory.isLinkHeld;
+    if (!isHeld) {
+        const std::uint32_t cluster = LinkOf(directory).cluster;
         directory.isLinkHeld = ForceFatEntry(*directory.volume, cluster, EndOfChain);
     }
-    return directory.isLinkHeld;
+    return isHeld || directory.isLinkHeld;
 }
 
 // The link of a directory whose FAT block cannot be read is missing from then on.
@@ -169,11 +173,10 @@ void ForEachGrown(FatVolume& volume, Action action) {
 bool PrepareGrownDirectories(FatVolume& volume) {
     bool done = true;
     ForEachGrown(volume, [&](CFatFile& directory) {
-        const FatStatus status = ExpectLink(directory);
-        done = Succeeded(status) && done;
-    });
-    ForEachGrown(volume, [&](CFatFile& directory) {
-        const FatStatus status = WriteFileBlocksFrom(directory, directory.linkedSize);
+        FatStatus status = ExpectLink(directory);
+        if (Succeeded(status) && directory.linkedSize != 0) {
+            status = WriteFileBlocksFrom(directory, directory.linkedSize);
+        }
         done = Succeeded(status) && done;
     });
     ForEachGrown(volume, [&](CFatFile& directory) { done = HoldLink(directory) && done; });

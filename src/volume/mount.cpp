@@ -68,7 +68,7 @@ FatStatus MountVolume(FatVolume& volume) {
     return OpenRootDirectory(volume, MakeRootItem(volume, rootCluster, rootDirectorySize));
 }
 
-std::unique_ptr<FatVolume> MountStorage(std::unique_ptr<CFatStorage> storage, void* parameter) {
+std::unique_ptr<FatVolume> MountStorage(StorageOwner storage, void* parameter) {
     auto volume = TryNew<FatVolume>();
     if (!volume || Failed(OpenStorage(*storage, parameter))) {
         return nullptr;

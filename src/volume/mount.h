@@ -5,15 +5,15 @@
 
 #include "data/block_cache.h"
 #include "storage/fat_status.h"
+#include "storage/storage_io.h"
 
-class CFatStorage;
 struct FatVolume;
 
 namespace fatvol {
 
 // Opens a storage and mounts the volume on it. On failure the result is null and the storage has
 // been destroyed, after being closed if it could be opened.
-std::unique_ptr<FatVolume> MountStorage(std::unique_ptr<CFatStorage> storage, void* parameter);
+std::unique_ptr<FatVolume> MountStorage(StorageOwner storage, void* parameter);
 
 // Brings a volume record with an opened storage to a mounted volume with its root directory
 // loaded. What a failed step made is left to AbandonVolume. STATUS_UNRECOGNIZED_VOLUME and

@@ -8,7 +8,6 @@
 #include "ops/entry_write_back.h"
 #include "volume/cluster_allocation.h"
 #include "volume/fat_volume.h"
-#include "volume/flush.h"
 
 namespace fatvol {
 namespace {
@@ -86,6 +85,7 @@ struct Addition {
     ClusterRunList clusters;
     std::uint32_t last = 0;       // the object's last cluster until now; 0 when it has none
     std::uint32_t lastValue = 0;  // what its FAT entry held
+    bool isLinkTried = false;     // that entry may have been changed
 };
 
 // Takes everything that growing needs, without touching the FAT.
@@ -123,7 +123,7 @@ void UndoGrowth(Resize& resize, const Addition& added) {
         (void)ResizeDirListing(*resize.object.listing,
                                static_cast<std::uint32_t>(resize.oldAllocated / DirEntrySize));
     }
-    if (added.last != 0 && !ForceFatEntry(volume, added.last, added.lastValue)) {
+    if (added.isLinkTried && !ForceFatEntry(volume, added.last, added.lastValue)) {
         (void)ForceChain(volume, added.clusters);
         volume.isUncertain = true;
     } else if (ForceFree(volume, added.clusters)) {
@@ -131,11 +131,12 @@ void UndoGrowth(Resize& resize, const Addition& added) {
     }
 }
 
-FatStatus LinkAddition(Resize& resize, const Addition& added) {
-    const std::uint32_t first = added.clusters.runs[1].startCluster;
-    const FatStatus status =
-        added.last != 0 ? SetFatEntry(resize.volume, added.last, first) : STATUS_SUCCESS;
-    return Failed(status) ? status : ChainClusters(resize.volume, added.clusters);
+FatStatus LinkAddition(Resize& resize, Addition& added) {
+    if (added.last == 0) {
+        return STATUS_SUCCESS;
+    }
+    added.isLinkTried = true;
+    return SetFatEntry(resize.volume, added.last, added.clusters.runs[1].startCluster);
 }
 
 // Makes the added clusters the object's. The room for the runs was reserved.
@@ -168,38 +169,42 @@ FatStatus ClearNewSpace(Resize& resize) {
     return STATUS_SUCCESS;
 }
 
-// Whether blocks of the FAT may go out between flushes, links to new clusters among them. Of a
-// directory those must lead to free slots then; and a root directory's are made whole at once,
-// since without them a volume may not be mounted again.
+// Whether blocks of the FAT may go out between flushes, links to new clusters among them.
 bool MayLinkEarly(const FatVolume& volume) {
     return volume.fatTable.lastBlockIndex + 1 >= FatDirtyCapacity;
 }
 
+// Links clusters to a directory that must be sound from then on: they have to hold free slots on
+// the volume first. The root's chain is made whole there too, since without it the volume could not
+// be mounted again.
+FatStatus LinkEarly(Resize& resize, Addition& added, bool isRoot) {
+    FatStatus status = WriteFileBlocksFrom(resize.object, resize.oldAllocated);
+    if (Succeeded(status) && isRoot) {
+        status = FlushFatTable(resize.volume);
+    }
+    return Failed(status) ? status : LinkAddition(resize, added);
+}
+
 FatStatus Grow(Resize& resize) {
     CFatFile& object = resize.object;
+    FatVolume& volume = resize.volume;
     Addition added;
     FatStatus status = PrepareGrowth(resize, added);
     if (Failed(status)) {
         return status;
     }
-    const bool isEarly = IsDirectory(object) && MayLinkEarly(resize.volume);
-    const bool isEarlyRoot = isEarly && &object == resize.volume.rootDirectory;
-    if (isEarlyRoot) {
-        status = FlushFatTable(resize.volume);
-    }
-    if (Succeeded(status)) {
-        status = LinkAddition(resize, added);
-    }
-    if (Failed(status)) {
-        UndoGrowth(resize, added);
-        return status;
-    }
+    const bool isEarly = IsDirectory(object) && MayLinkEarly(volume);
+    const bool isEarlyRoot = isEarly && &object == volume.rootDirectory;
     AdoptAddition(resize, added);
-    if (IsDirectory(object)) {
+    status = isEarly ? STATUS_SUCCESS : LinkAddition(resize, added);
+    if (Succeeded(status)) {
+        status = ChainClusters(volume, added.clusters);
+    }
+    if (Succeeded(status) && IsDirectory(object)) {
         status = ClearNewSpace(resize);
     }
     if (Succeeded(status) && isEarly) {
-        status = WriteFileBlocksFrom(object, resize.oldAllocated);
+        status = LinkEarly(resize, added, isEarlyRoot);
     }
     if (Succeeded(status)) {
         status = StoreEntry(resize, object.runs.runs[1].startCluster);
@@ -211,16 +216,12 @@ FatStatus Grow(Resize& resize) {
         UndoGrowth(resize, added);
         return status;
     }
-    if (IsDirectory(object) && object.linkedSize == 0) {
+    if (isEarlyRoot) {
+        volume.hasUntoldFailure = Failed(FlushFatTable(volume)) || volume.hasUntoldFailure;
+    } else if (IsDirectory(object) && object.linkedSize == 0) {
         object.linkedSize = resize.oldAllocated;
     }
     FitCachedBlocks(resize);
-    if (isEarlyRoot) {
-        bool allWritten = false;
-        const FatStatus flushed = FlushDirectories(resize.volume, &allWritten);
-        const bool isUntold = Failed(flushed) || !allWritten;
-        resize.volume.hasUntoldFailure = isUntold || resize.volume.hasUntoldFailure;
-    }
     return STATUS_SUCCESS;
 }
 
@@ -271,32 +272,37 @@ FatStatus UnlinkTail(Resize& resize, Cut& cut) {
     return status;
 }
 
-// Gives the entries that were tried their values back. Where one cannot be had the chain on the
-// volume ends before it, and the volume is uncertain; the object keeps its clusters. `isLastSet` is
-// false when the last one failed: if it cannot be had, it has not been changed either.
+// Gives the entries that were tried their values back, the last one first: if that one failed and
+// cannot be had now, it has not been changed (`isLastSet` is false). Where another cannot be had
+// the chain on the volume ends before it, and the volume is uncertain; the object keeps its
+// clusters.
 void RelinkTail(Resize& resize, const Cut& cut, bool isLastSet) {
     const ClusterRunList& runs = resize.object.runs;
-    const std::uint32_t total = TotalClusters(runs);
-    std::uint32_t left = cut.tried, lost = total;
+    const std::uint32_t total = TotalClusters(runs), tailCount = total - cut.kept;
+    std::uint32_t lost = total;
+    bool mayBeUnset = !isLastSet;
     const auto restore = [&](std::uint32_t index, std::uint32_t value) {
-        const bool isTried = left > 0;
-        left -= isTried ? 1 : 0;
-        if (isTried && !ForceFatEntry(resize.volume, ClusterOf(runs, index), value) &&
-            (left > 0 || isLastSet)) {
+        if (!ForceFatEntry(resize.volume, ClusterOf(runs, index), value) && !mayBeUnset) {
             lost = std::min(lost, index);
         }
+        mayBeUnset = false;
     };
-    for (std::uint32_t run = runs.count - 1; runs.runs[run].endIndex > cut.kept; --run) {
-        const std::uint32_t begin = std::max(runs.runs[run - 1].endIndex, cut.kept);
-        for (std::uint32_t index = begin; index < runs.runs[run].endIndex; ++index) {
-            restore(index, index + 1 < total ? ClusterOf(runs, index + 1) : cut.lastValue);
-        }
-    }
-    if (cut.kept > 0) {
+    if (cut.tried > tailCount) {
         restore(cut.kept - 1, ClusterOf(runs, cut.kept));
     }
+    std::uint32_t untried = tailCount - std::min(cut.tried, tailCount);
+    for (std::uint32_t run = 1; run < runs.count; ++run) {
+        const std::uint32_t begin = std::max(runs.runs[run - 1].endIndex, cut.kept);
+        for (std::uint32_t index = runs.runs[run].endIndex; index > begin; --index) {
+            if (untried > 0) {
+                --untried;
+            } else {
+                restore(index - 1, index < total ? ClusterOf(runs, index) : cut.lastValue);
+            }
+        }
+    }
     resize.volume.isUncertain = resize.volume.isUncertain || lost < total;
-    if (lost < total && lost > cut.kept) {
+    if (lost < total && lost > 0 && lost >= cut.kept) {
         (void)ForceFatEntry(resize.volume, ClusterOf(runs, lost - 1), EndOfChain);
     }
 }

@@ -33,7 +33,7 @@ FatStatus UnmountVolume(FatVolume& volume) {
         // Its counts are hints that nobody has to believe.
         (void)ResetFsInfo(volume);
         if (HasGrownDirectory(volume)) {
-            // What fails there is tried again, and told, by the release.
+            // What fails there is tried again below.
             bool allWritten = false;
             (void)FlushDirectories(volume, &allWritten);
         }
