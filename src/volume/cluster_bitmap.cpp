@@ -139,11 +139,17 @@ bool AgreesWithFat(const FatVolume& volume) {
         const std::uint32_t first = isWhole ? 0 : block.blockIndex << table.entryShift;
         const std::uint32_t entries = isWhole ? volume.clusterCount + 2 : 1u << table.entryShift;
         const std::uint32_t end = std::min(first + entries, volume.clusterCount + 2);
-        for (std::uint32_t cluster = std::max(first, 2u); cluster < end; ++cluster) {
-            if (!IsBitSet(volume.clusterBitmap.map, cluster) &&
-                load(block, cluster) != FreeCluster) {
-                return false;
+        std::uint32_t cluster = std::max(first, 2u);
+        while (cluster < end) {
+            const std::uint32_t length =
+                FindNextClearRun(volume.clusterBitmap.map, cluster, &cluster);
+            const std::uint32_t runEnd = length == 0 ? end : std::min(cluster + length, end);
+            for (; length != 0 && cluster < runEnd; ++cluster) {
+                if (load(block, cluster) != FreeCluster) {
+                    return false;
+                }
             }
+            cluster = runEnd;
         }
     }
     return true;

@@ -143,5 +143,16 @@ TEST_F(VolumeTest, ListsNoMoreThan65536Slots) {
     EXPECT_EQ(List(u"DIR").size(), 65534U);
 }
 
+// Entries of a FAT can only lead to 2^28 clusters, but those of directories lead further.
+TEST_F(VolumeTest, FreesWhatNoLinkLeadsTo) {
+    ImageBuilder builder({.fatType = 32, .clusterCount = 0x10020000, .fatCount = 1});
+    EntryOptions far;
+    far.clusters = {0x10010005};
+    builder.AddFile(builder.root, u"FAR", Bytes(9), far);
+    const Mounted mounted(builder.disk);
+    EXPECT_TRUE(Fat_DeleteFile(u"FAR") && Fat_FlushVolume(mounted.volume));
+    EXPECT_EQ(GetFatEntry(builder.disk, builder.geometry, 0x10010005), 0U);
+}
+
 }  // namespace
 }  // namespace fatvol::test
