@@ -205,6 +205,7 @@ std::unique_ptr<HostileDisk> MakeHostileVolume(size_t kind, Input& input) {
     disk->Restore(image.Snapshot());
     disk->dataPosition = geometry.dataPosition;
     disk->clusterBytes = geometry.clusterBytes;
+    disk->imageBytes = image.sizeBytes;
     disk->endBytes = cut < 0xF0 ? image.sizeBytes : image.sizeBytes * (cut - 0xF0) / 16;
     disk->isSound = mutations == 0 && kind < smallVolumeKinds - 1;
     return disk;

@@ -35,11 +35,12 @@ struct Input {
     }
 };
 
-// The volume says that it has as many bytes as the disk; from `endBytes` on every access fails.
+// The volume says that it has as many bytes as the disk, and was made with `imageBytes`; from
+// `endBytes` on every access fails.
 struct HostileDisk : MemoryDisk {
     using MemoryDisk::MemoryDisk;
 
-    uint64_t endBytes = sizeBytes;
+    uint64_t imageBytes = sizeBytes, endBytes = sizeBytes;
     bool isSound = false;                        // and has to be so at the end
     static inline uint64_t storageCalls = 0;     // of all disks
     static inline bool hasWorkedWithin = false;  // what is called from a storage
