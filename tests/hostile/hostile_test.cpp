@@ -9,17 +9,13 @@
 
 #include "api/fatvol.h"
 #include "scenario.h"
+#include "support/environment.h"
 #include "support/random_tree.h"
 
 namespace fatvol::test {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-uint64_t NumberFrom(const char* variable, uint64_t otherwise) {
-    const char* const text = std::getenv(variable);
-    return text ? std::stoull(text) : otherwise;
-}
 
 class HostileTest : public testing::Test {
 protected:
@@ -32,7 +28,7 @@ protected:
 
     // Scenarios whose volumes are of `count` kinds from `first` on.
     void RunRandom(uint64_t scenarioCount, size_t first, size_t count, bool isSound) {
-        const uint64_t start = NumberFrom("FATVOL_TEST_SEQUENCE", 0);
+        const uint64_t start = NumberFromEnvironment("FATVOL_TEST_SEQUENCE", 0);
         for (uint64_t i = start; i < start + scenarioCount && !HasFailure(); ++i) {
             Rng rng(i);
             Bytes scenario = RandomBytes(rng, 40 + Below(rng, 400));
@@ -45,7 +41,7 @@ protected:
         }
     }
 
-    const uint64_t scenarios = NumberFrom("FATVOL_HOSTILE_SCENARIOS", 4000);
+    const uint64_t scenarios = NumberFromEnvironment("FATVOL_HOSTILE_SCENARIOS", 4000);
     ScenarioTotals totals;
 };
 

@@ -62,8 +62,8 @@ public:
             totals["hostile volumes"] += !disk.isSound;
             // Enough for what a call keeps in any case, and for what it may need of a volume.
             memoryBudget += (2U << 20) + 4 * disk.endBytes;
-            // What cannot be written is tried three times by the call that has to let it go, cluster
-            // by cluster, wherever the medium ends.
+            // What cannot be written is tried three times by the call that has to let it go,
+            // cluster by cluster, wherever the medium ends.
             callBudget += 50 + 3 * (disk.imageBytes / std::max<uint64_t>(disk.clusterBytes, 128));
         }
     }

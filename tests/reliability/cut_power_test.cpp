@@ -3,7 +3,6 @@
 #include <cstring>
 #include <iostream>
 
-#include "api/library_state.h"
 #include "workload.h"
 
 namespace fatvol::test {
@@ -18,10 +17,19 @@ void ForChain(const MemoryDisk& disk, const Geometry& geometry, uint32_t first, 
     }
 }
 
+bool IsAtOrBelow(const std::u16string& path, const std::u16string& directory) {
+    return path == directory || path.starts_with(directory + u"\\");
+}
+
+bool IsThere(const Tree& told, const std::u16string& path, const TreeNode& found) {
+    const auto expected = told.find(path);
+    return expected != told.end() && AreAlike(found, expected->second);
+}
+
 // What was there at the last flush, what has been changed since, and the findings of all cuts.
 struct Judge {
     const bool isInOrder;
-    Model flushed = {};
+    Tree flushed = {};
     std::vector<const std::u16string*> ownerOf = {};           // by cluster
     std::set<std::u16string> changed = {};                     // with all below
     std::map<std::u16string, std::u16string> shortPaths = {};  // of what was there
@@ -30,48 +38,48 @@ struct Judge {
     uint64_t cuts = 0, lostClusters = 0, cutsWithSharing = 0, cutsWithCarriedLost = 0;
     uint64_t cutsWithoutRoot = 0;
 
+    // Its name, or one above it, may have been moved together with others.
+    bool IsMoved(const std::u16string& path) const {
+        return !path.empty() && (longPaths.contains(shortPaths.at(path)) || IsMoved(Parent(path)));
+    }
     // Not touched since; writes out of order may lose entries that were moved together.
     bool IsPromised(const std::u16string& path) const {
-        bool isMoved = false;
-        for (std::u16string at = path; !at.empty() && !isInOrder; at = ParentOf(at)) {
-            isMoved = isMoved || longPaths.contains(shortPaths.at(at));
-        }
-        return !isMoved &&
+        return (isInOrder || !IsMoved(path)) &&
                std::none_of(changed.begin(), changed.end(),
                             [&](const std::u16string& each) { return IsAtOrBelow(path, each); });
     }
 
     // After a flush that was true everything is there, whole.
-    void BeginAfterFlush(const MemoryDisk& disk, const Model& model) {
+    void BeginAfterFlush(const MemoryDisk& disk, Tree expected) {
         EXPECT_EQ(CheckImage(disk).Text(), "");
         const Tree tree = FoldedTree(disk);
         const Geometry geometry = ReadGeometry(disk);
-        flushed = model;
-        changed.clear();
+        flushed = std::move(expected);
         shortPaths.clear();
         longPaths.clear();
+        changed.clear();
         ownerOf.assign(geometry.clusterCount + 2, nullptr);
-        EXPECT_EQ(tree.size(), flushed.size());
-        for (const auto& [path, node] : flushed) {
-            ASSERT_TRUE(IsThere(tree, path, node)) << Printable(path);
-            const TreeNode& found = tree.at(path);
-            shortPaths[path] = JoinPath(ParentOf(path), DisplayName(found.entry.data()));
-            const std::u16string* const owner = &path;
-            ForChain(disk, geometry, found.FirstCluster(),
+        for (const auto& [path, node] : tree) {
+            EXPECT_TRUE(path == hugeName || IsThere(flushed, path, node)) << Printable(path);
+            const auto kept =
+                shortPaths.emplace(path, JoinPath(Parent(path), DisplayName(node.entry.data())));
+            const std::u16string* const owner = &kept.first->first;
+            ForChain(disk, geometry, node.FirstCluster(),
                      [&](uint32_t cluster) { ownerOf[cluster] = owner; });
         }
     }
 
-    // Where a step changes a directory, new names there have others moved together.
-    void Note(const Step& step) {
-        const std::u16string path = FoldAscii(step.path), target = FoldAscii(step.target);
-        changed.insert(path);
-        std::set<std::u16string> directories = {step.op == "move" ? target : ParentOf(path)};
-        for (std::u16string at = path; !at.empty(); at = ParentOf(at)) {
-            directories.insert(ParentOf(at));
+    // What a step changes; where that needs slots, others may have been moved together.
+    void Note(const std::set<std::u16string>& touched) {
+        std::set<std::u16string> directories;
+        for (const std::u16string& path : touched) {
+            changed.insert(path);
+            for (std::u16string at = path; !at.empty(); at = Parent(at)) {
+                directories.insert(Parent(at));
+            }
         }
         for (const auto& [longPath, shortPath] : shortPaths) {
-            if (directories.contains(ParentOf(longPath))) {
+            if (directories.contains(Parent(longPath))) {
                 longPaths[shortPath] = longPath;
             }
         }
@@ -103,15 +111,19 @@ struct Judge {
         }
         const Geometry geometry = ReadGeometry(disk);
         const Tree tree = TreeByLongNames(disk);
+        const Mounted mounted(disk);
         bool isCarriedLost = false;
         for (const auto& [path, node] : flushed) {
-            const bool isLost = !IsThere(tree, path, node);
-            EXPECT_FALSE(isLost && IsPromised(path)) << Printable(path) << " is damaged";
+            const auto found = tree.find(path);
+            const bool isLost = found == tree.end() || !AreAlike(found->second, node);
+            const bool isPromised = IsPromised(path);
+            EXPECT_FALSE(isPromised && isLost) << Printable(path) << " is damaged";
+            EXPECT_FALSE(isPromised && !IsMoved(path) && !CanOpen(path)) << Printable(path);
             isCarriedLost |= isLost && !changed.contains(path);
         }
         for (const auto& [path, node] : tree) {
             const std::u16string* const sharer = &path;
-            const uint32_t first = path == u"HUGE" ? 0 : node.FirstCluster();
+            const uint32_t first = path == hugeName ? 0 : node.FirstCluster();
             ForChain(disk, geometry, first, [&](uint32_t cluster) {
                 const std::u16string* owner = ownerOf[cluster];
                 EXPECT_FALSE(owner && *owner != *sharer && IsPromised(*owner))
@@ -121,7 +133,6 @@ struct Judge {
         lostClusters += report.lostClusters;
         cutsWithSharing += report.Text().find("shares cluster") != std::string::npos;
         cutsWithCarriedLost += isCarriedLost;
-        const Mounted mounted(disk);
         Tree seen;
         ListTree(seen, 500);
         EXPECT_TRUE(IsLibrarySound());
@@ -145,41 +156,41 @@ std::vector<size_t> TornLengths(const MemoryDisk& disk, const DiskWrite& write) 
 // with the disk as it was at the last flush and the writes since then.
 template <class Cut>
 void CutEachWrite(uint32_t fatType, bool isInOrder, Cut cut) {
-    static const std::set<std::string> changing = {"create", "mkdir", "write",  "resize",
-                                                   "rename", "move",  "delete", "attributes"};
-    Session session(fatType);
-    EXPECT_TRUE(session.Start());
-    MemoryDisk disk(session.disk.sizeBytes), atFlush(session.disk.sizeBytes);
-    disk.Restore(session.disk.Snapshot());
-    atFlush.Restore(session.disk.Snapshot());
-    const Model start = session.model;
-    session.disk.keepWrites = true;
-    std::vector<Step> steps = Workload();
-    steps.push_back({"remount"});
-    std::vector<std::vector<DiskWrite>> writes;
-    std::map<size_t, Model> afterFlush;
-    for (const Step& step : steps) {
-        EXPECT_TRUE(session.Run(step)) << "step " << writes.size();
-        writes.push_back(std::exchange(session.disk.writes, {}));
-        if (step.op == "flush" || step.op == "remount") {
-            afterFlush[writes.size() - 1] = session.model;
-        }
-    }
+    struct Done {
+        std::vector<DiskWrite> writes;
+        std::set<std::u16string> touched;
+        std::optional<Tree> flushed;
+    };
+    Workload workload(fatType);
+    MemoryDisk disk = StartOf(fatType).disk, atFlush = disk;
     Judge judge{isInOrder};
-    judge.BeginAfterFlush(disk, start);
+    judge.BeginAfterFlush(disk, Model::Expected(workload.sides[0]));
+    workload.sides[0].disk.keepWrites = true;
+    std::vector<Done> steps;
+    const auto note = [&] {
+        const bool isFlushed = std::exchange(workload.isFlushed, false);
+        steps.push_back(
+            {std::exchange(workload.sides[0].disk.writes, {}), std::exchange(workload.touched, {}),
+             isFlushed ? std::optional(Model::Expected(workload.sides[0])) : std::nullopt});
+    };
+    for (const uint64_t step : WorkloadSteps()) {
+        workload.Do(step);
+        note();
+    }
+    workload.Use(workload.sides[0]);
+    workload.Remount();
+    note();
     std::vector<DiskWrite> sinceFlush;
-    for (size_t i = 0; i < steps.size(); ++i) {
-        SCOPED_TRACE("step " + std::to_string(i + 1) + ", " + steps[i].op);
-        if (changing.contains(steps[i].op)) {
-            judge.Note(steps[i]);
-        }
-        for (const DiskWrite& write : writes[i]) {
+    for (Done& step : steps) {
+        SCOPED_TRACE("step " + std::to_string(&step - steps.data() + 1));
+        judge.Note(step.touched);
+        for (const DiskWrite& write : step.writes) {
             sinceFlush.push_back(write);
             cut(judge, disk, atFlush, sinceFlush);
             disk.Write(write.positionBytes, write.bytes.data(), write.bytes.size());
         }
-        if (afterFlush.contains(i)) {
-            judge.BeginAfterFlush(disk, afterFlush[i]);
+        if (step.flushed) {
+            judge.BeginAfterFlush(disk, *std::move(step.flushed));
             atFlush.Restore(disk.Snapshot());
             sinceFlush.clear();
         }
@@ -200,8 +211,7 @@ TEST_P(CutPower, BetweenSectorsInOrder) {
         const DiskWrite& write = writes.back();
         const std::vector<size_t> lengths = TornLengths(disk, write);
         ForEvents(lengths.size(), 1, [&](uint64_t n) {
-            MemoryDisk torn(disk.sizeBytes);
-            torn.Restore(disk.Snapshot());
+            MemoryDisk torn = disk;
             torn.Write(write.positionBytes, write.bytes.data(), lengths[n - 1]);
             judge.JudgeCut(torn);
         });
@@ -213,8 +223,7 @@ TEST_P(CutPower, OfStorageThatReordersWrites) {
     Rng rng(GetParam());
     const auto cut = [&](Judge& judge, auto&, const MemoryDisk& atFlush, auto& writes) {
         ForEvents(8, writes.size() % 3 == 0, [&](uint64_t) {
-            MemoryDisk some(atFlush.sizeBytes);
-            some.Restore(atFlush.Snapshot());
+            MemoryDisk some = atFlush;
             for (const DiskWrite& write : writes) {
                 some.Write(write.positionBytes, write.bytes.data(),
                            Below(rng, 2) * write.bytes.size());

@@ -1,96 +1,76 @@
-// One workload over every exported function, driven by the tests of failures and of cut power, with
-// a plain model of what was reported as done.
+// The workload of the tests of failures and of cut power: random changes of two volumes, the first
+// of which fails, or loses power.
 #pragma once
 
 #include <cstdlib>
-#include <set>
 
-#include "volume/fixture.h"
+#include "support/allocation_hook.h"
+#include "volume/model_changes.h"
 
 namespace fatvol::test {
 
-// A line of workload.txt; paths are empty for none and for the root.
-struct Step {
-    std::string op;
-    uint32_t at = 0, size = 0;  // bytes
-    std::u16string path = {}, target = {};
-};
-const std::vector<Step>& Workload();
-
-// Counts events of some kinds and makes the n-th fail, once or with all after it.
-struct FailurePoint {
-    bool reads = false, writes = false, allocations = false;
-    bool onwards = false;
-    uint64_t failAt = 0;  // 1 is the first; 0 none
-    uint64_t seen = 0, failed = 0;
-
-    bool Fails(bool isOfThem) {
-        seen += isOfThem;
-        const bool fails = isOfThem && failAt != 0 && (onwards ? seen >= failAt : seen == failAt);
-        failed += fails;
-        return fails;
+// A volume of each FAT type with a tree, and a file larger than the block cache; for 0 an empty
+// one.
+inline ImageBuilder BuildStart(uint32_t fatType) {
+    if (fatType == 0) {
+        return ImageBuilder({.fatType = 12, .clusterCount = 500, .rootEntryCount = 64});
     }
-};
-// That of the session that runs; allocations ask it as well.
-inline FailurePoint failurePoint;
+    // The FAT32 has five blocks: more than collect before they are written.
+    const auto [sectorsPerCluster, clusterCount] = fatType == 12   ? std::pair(64U, 2600U)
+                                                   : fatType == 16 ? std::pair(4U, 41000U)
+                                                                   : std::pair(1U, 300000U);
+    ImageBuilder builder({.fatType = fatType,
+                          .sectorsPerCluster = sectorsPerCluster,
+                          .clusterCount = clusterCount,
+                          .rootEntryCount = 256,
+                          .fill = 0xA5});
+    EntryOptions huge;  // in two pieces
+    huge.size = hugeBytes;
+    const uint32_t clusters = hugeBytes / builder.geometry.clusterBytes;
+    for (uint32_t i = 0; i < clusters; ++i) {
+        huge.clusters.push_back(300 + i + (i < clusters / 2 ? 0 : 50));
+    }
+    builder.AddFile(ImageBuilder::root, hugeName, {}, huge);
+    // Free space that is scattered over all blocks of the FAT.
+    for (uint32_t cluster = 140000; cluster < clusterCount; ++cluster) {
+        if (cluster % 2048 >= 32) {
+            builder.SetFatEntry(cluster, builder.geometry.badMark);
+        }
+    }
+    Rng rng(fatType);
+    FillRandomTree(builder, rng, 120, 3000);
+    return builder;
+}
 
-constexpr int16_t unknown = -1;  // a byte that a failed write covered, or behind a file's old end
+// The same each time.
+inline const ImageBuilder& StartOf(uint32_t fatType) {
+    static std::map<uint32_t, ImageBuilder> starts;
+    const auto found = starts.find(fatType);
+    return found != starts.end() ? found->second
+                                 : starts.emplace(fatType, BuildStart(fatType)).first->second;
+}
 
-struct ModelNode {
-    bool isDirectory = false;
-    uint8_t attributes = 0;
-    std::vector<int16_t> content = {};
-    int handle = -1;        // while the file is open
-    bool isCertain = true;  // otherwise a failed call may have made the directory on its way
-};
+// The steps of one workload; FATVOL_TEST_SEQUENCE takes another.
+inline Steps WorkloadSteps() {
+    return MakeSteps(NumberFromEnvironment("FATVOL_TEST_SEQUENCE", 3), 120);
+}
 
-// By upper-case path.
-using Model = std::map<std::u16string, ModelNode>;
-
-// Whether a volume has a node as the model does.
-bool IsThere(const Tree& actual, const std::u16string& path, const ModelNode& expected);
-std::u16string ParentOf(const std::u16string& path);
-bool IsAtOrBelow(const std::u16string& path, const std::u16string& directory);
-
-// What a volume holds, by upper-case paths; of large files the first MiB.
-Tree FoldedTree(const MemoryDisk& disk);
-
-// A run of the workload on a volume of its own.
-class Session {
-public:
-    explicit Session(uint32_t fatType, const FailurePoint& failure = {});
-    ~Session();  // ends the library
-
-    // Makes the library and the mount as far as they are missing.
-    bool Start();
-    // Runs a step and tells the model. False when the library said so; a step on a file that is not
-    // open, or bytes that it has not, because something failed earlier, is passed over.
-    bool Run(const Step& step);
-    void RunAll();
-    bool Unmount();
-    // What must hold once storage or memory has recovered: no failure was kept from the caller; the
-    // volume is usable unless it says otherwise; after a remount it is sound and holds what was
-    // reported as done.
-    void ExpectRecovered();
-    // Unmounts, and what is on the volume must be sound and the model's.
-    void ExpectUnmounted();
-
-    MemoryDisk disk;
-    FatVolume* volume = nullptr;
-    Model model;
-    uint64_t lostClusters = 0;  // after recovery
-    bool refused = false;       // changes, after the failure
+struct Workload : Model {
+    // The failure counts from here on, before the library is initialised.
+    explicit Workload(uint32_t fatType, const FailurePoint& failure = {})
+        : Model(Begin(fatType, failure), StartOf(0)) {}
+    void RunAll() {
+        for (const uint64_t step : WorkloadSteps()) {
+            Do(step);
+        }
+    }
 
 private:
-    bool Execute(const Step& step);
-    void Tell(const Step& step, bool done);
-    void TellContent(const Step& step, bool done, ModelNode& node);
-    void Carry(const std::u16string& from, const std::u16string& to);
-    bool Flush();
-
-    int handle = -1;  // of the file that the step is on, or has opened
-    uint8_t stepNumber = 0;
-    bool isUntold = false;  // a failed storage call has not reached the caller yet
+    static const ImageBuilder& Begin(uint32_t fatType, const FailurePoint& failure) {
+        mayAllocate = [](size_t) { return !failurePoint.Fails(failurePoint.allocations); };
+        failurePoint = failure;
+        return StartOf(fatType);
+    }
 };
 
 // Calls `action` for each of the numbers 1 to `count` (FATVOL_RELIABILITY=full), or for about

@@ -10,19 +10,9 @@ namespace fatvol::test {
 
 inline constexpr size_t fileHandles = 160, findHandles = 32, maxPathUnits = 259;
 
-inline constexpr VolumeLayout modelLayouts[] = {
-    {.fatType = 12, .bytesPerSector = 128, .clusterCount = 3000, .fill = 0xA5},
-    {.fatType = 12, .clusterCount = 500, .rootEntryCount = 64, .fill = 0xA5},
-    {.fatType = 12, .sectorsPerCluster = 8, .clusterCount = 4084, .rootEntryCount = 32},
-    {.fatType = 16, .sectorsPerCluster = 4, .clusterCount = 5000, .fill = 0x41},
-    {.fatType = 16, .bytesPerSector = 1024, .sectorsPerCluster = 64, .clusterCount = 4087},
-    {.fatType = 32, .clusterCount = 20000, .fill = 0xA5},
-    {.fatType = 32, .bytesPerSector = 2048, .clusterCount = 65525},
-    {.fatType = 32,
-     .bytesPerSector = 4096,
-     .sectorsPerCluster = 128,
-     .clusterCount = 300,
-     .fill = 0x0F}};
+// A file larger than the block cache, with bytes of no interest. The models leave it alone.
+inline const std::u16string hugeName = u"HUGE";
+inline constexpr uint32_t hugeBytes = 68U << 20, usualBytes = 4U << 20;
 
 struct Node {
     std::u16string path;
@@ -30,17 +20,25 @@ struct Node {
     EntryTimes times = {};
     Bytes content = {};
     uint32_t position = 0;
-    int holders = 0;  // file and find handles on it
+    int holders = 0;                         // file and find handles on it
+    size_t unknownFrom = 0, unknownEnd = 0;  // of the content
 
     bool IsDirectory() const { return (attributes & 0x10) != 0; }
 };
 using NodeRef = std::shared_ptr<Node>;
 
 struct Side {
-    ImageBuilder builder;
-    std::unique_ptr<Mounted> mounted = nullptr;
+    MemoryDisk disk;
+    FatVolume* volume = nullptr;
     NodeRef root = std::make_shared<Node>();
     std::map<std::u16string, NodeRef> nodes = {};  // the others, by folded path
+
+    FatVolumeInfo Info() const {
+        FatVolumeInfo info{};
+        info.size = sizeof(info);
+        EXPECT_TRUE(Fat_GetVolumeInfo(volume, &info));
+        return info;
+    }
 };
 
 // A file or find handle. Enumerations have how often each name was shown that was there at their
@@ -63,24 +61,29 @@ inline std::u16string Parent(const std::u16string& path) {
 inline std::u16string Name(const std::u16string& path) {
     return path.substr(path.rfind(u'\\') + 1);
 }
-// By folded paths, and without what of an entry no function tells.
-inline Tree Folded(const Tree& tree) {
+// A volume's tree by folded paths.
+inline Tree FoldedTree(const MemoryDisk& disk) {
     Tree folded;
-    for (const auto& [path, node] : tree) {
-        TreeNode& copy = folded[Fold(path)] = node;
-        std::fill_n(copy.entry.begin(), 11, uint8_t{0});
-        Put16(&copy.entry[20], 0);
-        Put16(&copy.entry[26], 0);
+    for (auto& [path, node] : ReadTree(disk, usualBytes)) {
+        folded[Fold(path)] = std::move(node);
     }
     return folded;
+}
+// In all of an entry that functions tell of, and in content.
+inline bool AreAlike(const TreeNode& found, const TreeNode& expected) {
+    Slot entry = found.entry;
+    std::fill_n(entry.begin(), 11, uint8_t{0});
+    Put16(&entry[20], 0);
+    Put16(&entry[26], 0);
+    return entry == expected.entry && found.content == expected.content;
 }
 
 // What the volumes should hold, and the random choices made from it.
 struct ModelTree {
-    ModelTree(size_t geometry, uint64_t sequence)
-        : rng(sequence),
-          sides{Side{ImageBuilder(modelLayouts[geometry])},
-                Side{ImageBuilder(modelLayouts[(geometry + sequence) % std::size(modelLayouts)])}} {
+    ModelTree(const ImageBuilder& first, const ImageBuilder& second)
+        : sides{Side{first.disk}, Side{second.disk}} {
+        Take(sides[0], first.tree);
+        Take(sides[1], second.tree);
     }
 
     Rng rng;
@@ -88,6 +91,14 @@ struct ModelTree {
     Side* side = &sides[0];  // the current one
     std::vector<Held> files, finds;
 
+    static void Take(Side& side, const Tree& tree) {
+        for (const auto& [path, node] : tree) {
+            if (path != hugeName) {
+                side.nodes[Fold(path)] =
+                    std::make_shared<Node>(Node{path, node.Attributes(), {}, node.content});
+            }
+        }
+    }
     bool Chance(uint64_t in) { return Below(rng, in) == 0; }
     NodeRef Find(const std::u16string& path) const {
         const auto found = side->nodes.find(Fold(path));
@@ -186,20 +197,20 @@ struct ModelTree {
     }
     // Whether room may be short for a new entry, with its missing parents and `bytes` of data.
     bool IsRoomShort(const std::u16string& path, uint64_t bytes) const {
-        const FatVolumeInfo info = side->mounted->Info();
+        const FatVolumeInfo info = side->Info();
         const uint64_t c = info.bytesPerCluster, entryClusters = 2 + 21 * 32 / c;
         uint64_t needed = bytes / c + 1;
         for (std::u16string at = path; !at.empty() && !Find(at); at = Parent(at)) {
             needed += entryClusters;
         }
-        Bitmap& rootSlots = side->mounted->volume->rootDirectory->listing->slots;
+        Bitmap& rootSlots = side->volume->rootDirectory->listing->slots;
         return info.freeClusters < needed ||
                (info.fatType != 32 && !Find(path.substr(0, path.find(u'\\'))) &&
                 CountClearBits(rootSlots) < 21);
     }
-    Tree Expected() const {
+    static Tree Expected(const Side& of) {
         Tree tree;
-        for (const auto& [key, node] : side->nodes) {
+        for (const auto& [key, node] : of.nodes) {
             const auto size = static_cast<uint32_t>(node->content.size());
             tree[key] = {MakeShortEntry({}, node->attributes, 0, size, node->times), node->content};
         }

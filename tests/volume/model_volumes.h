@@ -1,0 +1,210 @@
+// The volumes of the model and their life; nothing of them is lost when storage or memory fails.
+#pragma once
+
+#include <set>
+
+#include "dir/short_name.h"
+#include "model_tree.h"
+#include "platform/clock.h"
+#include "support/environment.h"
+#include "support/failure_point.h"
+
+namespace fatvol::test {
+
+// The volumes themselves, mounted. What fails in the first one's storage, or for lack of memory,
+// makes the call fail that is under way, or the next flush.
+struct ModelVolumes : ModelTree {
+    ModelVolumes(const ImageBuilder& first, const ImageBuilder& second) : ModelTree(first, second) {
+        sides[0].disk.beforeCall = [](const Call& call) {
+            const bool isOfThem = IsWrite(call.kind) ? failurePoint.writes : failurePoint.reads;
+            return failurePoint.Fails(isOfThem) ? -5 : 0;
+        };
+        sides[0].disk.failure.tornWrites = failurePoint.tearsWrites;
+        UseTimeZone("UTC");
+        FixClockForTests(1710510330);  // 2024-03-15 13:45:30
+        Start();
+    }
+    ~ModelVolumes() {
+        failurePoint = {};
+        Start();  // a volume, so that handles can be closed
+        CloseAll(nullptr);
+        for (Side& each : sides) {
+            side = &each;
+            Unmount();
+            EXPECT_EQ(each.disk.counters.Breaches(), 0U);
+        }
+        EXPECT_TRUE(Fat_LibTerminate());
+        FixClockForTests(std::nullopt);
+    }
+    ModelVolumes(const ModelVolumes&) = delete;
+
+    std::string said;                  // a line for each call that matters
+    std::set<std::u16string> touched;  // what calls may have changed on the first volume
+    bool isFlushed = false;            // the first volume, after the last of them
+    uint64_t lostClusters = 0;         // after failures
+    bool refused = false;              // changes, after failures
+
+    void Say(const std::string& call, const std::u16string& path) {
+        said += call + " " + Printable(path) + "\n";
+    }
+    void Touch(const Side* on, const std::u16string& path) {
+        if (on == &sides[0]) {
+            touched.insert(Fold(path));
+            isFlushed = false;
+        }
+    }
+
+    // Makes a call that is true as expected, unless something has failed in it or room may be
+    // short.
+    template <class Call>
+    bool Try(bool expected, Call call, bool isTight = false) {
+        const uint64_t failedBefore = failurePoint.failed;
+        const bool done = call();
+        hasFailed = failurePoint.failed != failedBefore;
+        isUntold = isUntold || (done && hasFailed && !failurePoint.allocations);
+        EXPECT_TRUE(done ? expected
+                         : !expected || isTight || hasFailed || side->Info().refusesChanges)
+            << said;
+        return done;
+    }
+
+    // ---- Volumes
+
+    bool IsReady() const { return sides[0].volume && sides[1].volume; }
+    void Start() {
+        for (int tries = 0; !IsReady() && tries < 2; ++tries) {
+            for (Side& each : sides) {
+                side = &each;
+                Mount();
+            }
+        }
+        Use(sides[0]);
+    }
+    // The tails of aliases start over, so that they meet those of earlier mounts.
+    void Mount() {
+        ResetShortNameTailsForTests();
+        const uint64_t failedBefore = failurePoint.failed;
+        Fat_LibInitialize();
+        side->volume =
+            side->volume ? side->volume : Fat_Mount(new MemoryStorage(side->disk), nullptr);
+        EXPECT_TRUE(side->volume || failurePoint.failed != failedBefore);
+    }
+    void Unmount() {
+        FatVolume* const gone = std::exchange(side->volume, nullptr);
+        EXPECT_TRUE(Fat_Unmount(gone) || (failurePoint.failed != 0 && Fat_Unmount(gone)));
+    }
+    void Use(Side& next) {
+        side = &next;
+        SetCurrentFileSystem(side->volume);
+    }
+    void Switch() {
+        Say("switch", u"");
+        Use(side == &sides[0] ? sides[1] : sides[0]);
+    }
+    void Remount() {
+        Say("remount", u"");
+        Side& done = *side;
+        if (IsFailing() && !Flush()) {
+            return;
+        }
+        Unmount();
+        Switch();
+        CloseAll(&done);
+        side = &done;
+        isFlushed = isFlushed || side == &sides[0];
+        const uint64_t freeClusters = CheckDisk();
+        Mount();
+        EXPECT_TRUE(IsFailing() || done.Info().freeClusters == freeClusters);
+    }
+    bool IsFailing() const { return failurePoint.failAt != 0; }
+    // The number of free clusters; 0 while something may fail.
+    uint64_t CheckDisk() {
+        if (IsFailing()) {
+            return 0;
+        }
+        const ImageReport report = CheckImage(side->disk);
+        // A move carries its run with its alias unchanged, which may double one.
+        EXPECT_TRUE(report.faults.empty() && !report.areFatsDifferent && !report.isFreeCountWrong)
+            << report.Text();
+        EXPECT_TRUE(report.lostClusters == 0 || failurePoint.failed != 0);
+        lostClusters += report.lostClusters;
+        const Tree expected = Expected(*side);
+        Tree tree = FoldedTree(side->disk);
+        tree.erase(hugeName);
+        EXPECT_EQ(Difference(expected, tree), "");
+        for (const auto& [path, node] : expected) {
+            EXPECT_TRUE(AreAlike(tree[path], node)) << Printable(path);
+        }
+        return report.freeClusters;
+    }
+    bool Flush() {
+        Say("flush", u"");
+        const auto flush = [&] { return Fat_FlushVolume(side->volume); };
+        const bool done = Try(true, flush, failurePoint.failed != 0);
+        if (side == &sides[0]) {
+            EXPECT_FALSE(done && isUntold);
+            isUntold = false;
+            isFlushed = done;
+        }
+        if (done) {
+            CheckDisk();
+        }
+        return done;
+    }
+    // Reads the huge file of the first volume, if there is one: what the cache holds makes way.
+    void Sweep() {
+        static const std::unique_ptr<uint8_t[]> buffer(new uint8_t[hugeBytes]);
+        unsigned int done = 0;
+        const auto read = [&] {
+            return Fat_ReadFileEx(File(hugeName).handle, 0, hugeBytes, buffer.get(), &done);
+        };
+        SetCurrentFileSystem(sides[0].volume);
+        Try(true, read, true);
+        SetCurrentFileSystem(side->volume);
+    }
+
+    // ---- Handles
+
+    template <class Call>
+    bool Hold(std::vector<Held>& list, const NodeRef& node, bool expected, Call call) {
+        int handle = -1;
+        const size_t limit = &list == &files ? fileHandles : findHandles;
+        Try(expected && list.size() < limit, [&] { return (handle = call()) >= 0; });
+        if (handle >= 0) {
+            list.push_back({side, node, handle});
+            ++node->holders;
+        }
+        return handle >= 0;
+    }
+    void Close(std::vector<Held>& list, size_t index) {
+        const Held held = list[index];
+        list.erase(list.begin() + static_cast<long>(index));
+        held.node->position = 0;
+        --held.node->holders;
+        EXPECT_TRUE(&list == &files ? Fat_CloseFile(held.handle)
+                                    : Fat_CloseFindHandle(held.handle));
+    }
+    // Of a volume that is gone, whose handles do nothing any more; all of them for null.
+    void CloseAll(const Side* gone) {
+        unsigned int size = 0;
+        FatFileInfo info{};
+        for (std::vector<Held>* const list : {&files, &finds}) {
+            for (size_t i = list->size(); i-- > 0;) {
+                const Held& held = (*list)[i];
+                if (held.side == gone) {
+                    EXPECT_FALSE(list == &files ? Fat_GetFileSize(held.handle, &size)
+                                                : Fat_FindNextFile(held.handle, &info));
+                }
+                if (!gone || held.side == gone) {
+                    Close(*list, i);
+                }
+            }
+        }
+    }
+
+protected:
+    bool hasFailed = false;  // anything, in the last call tried
+    bool isUntold = false;   // a failed storage call has not reached the caller yet
+};
+
+}  // namespace fatvol::test
