@@ -152,49 +152,56 @@ std::vector<size_t> TornLengths(const MemoryDisk& disk, const DiskWrite& write) 
     return lengths;
 }
 
-// Runs the workload, and unmounts. `cut` is called for each write, on the disk as it was before,
-// with the disk as it was at the last flush and the writes since then.
-template <class Cut>
-void CutEachWrite(uint32_t fatType, bool isInOrder, Cut cut) {
-    struct Done {
-        std::vector<DiskWrite> writes;
-        std::set<std::u16string> touched;
-        std::optional<Tree> flushed;
-    };
-    Workload workload(fatType);
-    MemoryDisk disk = StartOf(fatType).disk, atFlush = disk;
-    Judge judge{isInOrder};
-    judge.BeginAfterFlush(disk, Model::Expected(workload.sides[0]));
-    workload.sides[0].disk.keepWrites = true;
-    std::vector<Done> steps;
+// A step, and what it did to the first volume.
+struct Done {
+    std::vector<DiskWrite> writes;
+    std::set<std::u16string> touched;
+    std::optional<Tree> flushed;  // when it did
+};
+
+std::vector<Done> RunAndUnmount(Workload& workload) {
+    std::vector<Done> done;
+    Side& first = workload.sides[0];
+    first.disk.keepWrites = true;
     const auto note = [&] {
         const bool isFlushed = std::exchange(workload.isFlushed, false);
-        steps.push_back(
-            {std::exchange(workload.sides[0].disk.writes, {}), std::exchange(workload.touched, {}),
-             isFlushed ? std::optional(Model::Expected(workload.sides[0])) : std::nullopt});
+        done.push_back({std::exchange(first.disk.writes, {}), std::exchange(workload.touched, {}),
+                        isFlushed ? std::optional(Model::Expected(first)) : std::nullopt});
     };
-    for (const uint64_t step : WorkloadSteps()) {
+    for (const uint64_t step : workload.steps) {
         workload.Do(step);
         note();
     }
-    workload.Use(workload.sides[0]);
+    workload.Use(first);
     workload.Remount();
     note();
-    std::vector<DiskWrite> sinceFlush;
-    for (Done& step : steps) {
-        SCOPED_TRACE("step " + std::to_string(&step - steps.data() + 1));
-        judge.Note(step.touched);
-        for (const DiskWrite& write : step.writes) {
-            sinceFlush.push_back(write);
-            cut(judge, disk, atFlush, sinceFlush);
-            disk.Write(write.positionBytes, write.bytes.data(), write.bytes.size());
+    return done;
+}
+
+// `cut` is called for each write of the workloads, on the disk as it was before, with the disk as
+// it was at the last flush and the writes since then.
+template <class Cut>
+void CutEachWrite(uint32_t fatType, bool isInOrder, Cut cut) {
+    Judge judge{isInOrder};
+    ForWorkloads([&](uint64_t sequence) {
+        Workload workload(fatType, sequence);
+        MemoryDisk disk = StartOf(fatType).disk, atFlush = disk;
+        judge.BeginAfterFlush(disk, Model::Expected(workload.sides[0]));
+        std::vector<DiskWrite> sinceFlush;
+        for (Done& step : RunAndUnmount(workload)) {
+            judge.Note(step.touched);
+            for (const DiskWrite& write : step.writes) {
+                sinceFlush.push_back(write);
+                cut(judge, disk, atFlush, sinceFlush);
+                disk.Write(write.positionBytes, write.bytes.data(), write.bytes.size());
+            }
+            if (step.flushed) {
+                judge.BeginAfterFlush(disk, *std::move(step.flushed));
+                atFlush.Restore(disk.Snapshot());
+                sinceFlush.clear();
+            }
         }
-        if (step.flushed) {
-            judge.BeginAfterFlush(disk, *std::move(step.flushed));
-            atFlush.Restore(disk.Snapshot());
-            sinceFlush.clear();
-        }
-    }
+    });
     std::cout << "FAT" << fatType << (isInOrder ? ", in order: " : ", reordered: ") << judge.cuts
               << " cuts; " << judge.lostClusters << " lost clusters; " << judge.cutsWithSharing
               << " cuts with clusters shared among changed objects; " << judge.cutsWithCarriedLost

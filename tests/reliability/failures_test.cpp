@@ -33,25 +33,27 @@ INSTANTIATE_TEST_SUITE_P(Fat, Failing,
 TEST_P(Failing, IsToldAndRecoveredFrom) {
     const uint32_t fatType = std::get<0>(GetParam());
     const auto& [name, failure] = failures[std::get<1>(GetParam())];
-    uint64_t failed = 0, lost = 0, refusing = 0;
-    const auto run = [&](uint64_t n) {
-        SCOPED_TRACE("event " + std::to_string(n));
-        FailurePoint point = failure;
-        point.failAt = n;
-        Workload workload(fatType, point);
-        workload.RunAll();
-        const uint64_t events = failurePoint.seen;
-        failed += failurePoint.failed != 0;
-        workload.Recover();
-        lost += workload.lostClusters;
-        refusing += workload.refused;
-        return events;
-    };
-    const uint64_t events = run(0);
-    EXPECT_EQ(lost, 0U);
-    const struct mallinfo2 before = mallinfo2();
-    ForEvents(events, failure.allocations ? 20 : 6, run);
-    EXPECT_LE(mallinfo2().uordblks, before.uordblks + (1U << 16));
+    uint64_t events = 0, failed = 0, lost = 0, refusing = 0;
+    ForWorkloads([&](uint64_t sequence) {
+        const auto run = [&](uint64_t n) {
+            SCOPED_TRACE("event " + std::to_string(n));
+            FailurePoint point = failure;
+            point.failAt = n;
+            Workload workload(fatType, sequence, point);
+            workload.RunAll();
+            const uint64_t seen = failurePoint.seen;
+            failed += failurePoint.failed != 0;
+            workload.Recover();
+            lost += workload.lostClusters;
+            refusing += workload.refused;
+            return seen;
+        };
+        const uint64_t seen = run(0);
+        events += seen;
+        const struct mallinfo2 before = mallinfo2();
+        ForEvents(seen, failure.allocations ? 5 : 2, run);
+        EXPECT_LE(mallinfo2().uordblks, before.uordblks + (1U << 16));
+    });
     std::cout << "FAT" << fatType << ", " << name << ": " << failed << " of " << events
               << " failed in turn; " << lost << " lost clusters; " << refusing
               << " volumes refused changes\n";
@@ -63,19 +65,21 @@ INSTANTIATE_TEST_SUITE_P(Fat, FailingStorage, testing::Values(12, 16, 32),
 
 // What no flush has written yet is tried twice.
 TEST_P(FailingStorage, UnmountingOutlivesOneFailure) {
-    const auto run = [&](uint64_t n) {
-        SCOPED_TRACE("write " + std::to_string(n) + " of unmounting");
-        Workload workload(GetParam());
-        workload.RunAll();
-        workload.Use(workload.sides[0]);
-        failurePoint = {.writes = true, .failAt = n};
-        workload.Unmount();
-        const uint64_t events = failurePoint.seen;
-        failurePoint = {};
-        workload.CheckDisk();
-        return events;
-    };
-    ForEvents(run(0), 4, run);
+    ForWorkloads([&](uint64_t sequence) {
+        const auto run = [&](uint64_t n) {
+            SCOPED_TRACE("write " + std::to_string(n) + " of unmounting");
+            Workload workload(GetParam(), sequence);
+            workload.RunAll();
+            workload.Use(workload.sides[0]);
+            failurePoint = {.writes = true, .failAt = n};
+            workload.Unmount();
+            const uint64_t seen = failurePoint.seen;
+            failurePoint = {};
+            workload.CheckDisk();
+            return seen;
+        };
+        ForEvents(run(0), 2, run);
+    });
 }
 
 // Nothing that the workload does makes a volume uncertain, so this sets it.

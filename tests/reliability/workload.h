@@ -50,20 +50,16 @@ inline const ImageBuilder& StartOf(uint32_t fatType) {
                                  : starts.emplace(fatType, BuildStart(fatType)).first->second;
 }
 
-// The steps of one workload; FATVOL_TEST_SEQUENCE takes another.
-inline Steps WorkloadSteps() {
-    return MakeSteps(NumberFromEnvironment("FATVOL_TEST_SEQUENCE", 3), 120);
-}
-
+// A run of random steps.
 struct Workload : Model {
     // The failure counts from here on, before the library is initialised.
-    explicit Workload(uint32_t fatType, const FailurePoint& failure = {})
-        : Model(Begin(fatType, failure), StartOf(0)) {}
+    Workload(uint32_t fatType, uint64_t sequence, const FailurePoint& failure = {})
+        : Model(Begin(fatType, failure), StartOf(0)), steps(MakeSteps(sequence, 120)) {}
     void RunAll() {
-        for (const uint64_t step : WorkloadSteps()) {
-            Do(step);
-        }
+        std::for_each(steps.begin(), steps.end(), [&](uint64_t step) { Do(step); });
     }
+
+    const Steps steps;
 
 private:
     static const ImageBuilder& Begin(uint32_t fatType, const FailurePoint& failure) {
@@ -72,6 +68,18 @@ private:
         return StartOf(fatType);
     }
 };
+
+// Calls `action` for some workloads: FATVOL_WORKLOADS is their number, FATVOL_TEST_SEQUENCE the
+// first one.
+template <class Action>
+void ForWorkloads(Action action) {
+    const uint64_t first = NumberFromEnvironment("FATVOL_TEST_SEQUENCE", 15);
+    const uint64_t count = NumberFromEnvironment("FATVOL_WORKLOADS", 3);
+    for (uint64_t sequence = first; sequence < first + count; ++sequence) {
+        SCOPED_TRACE("workload " + std::to_string(sequence));
+        action(sequence);
+    }
+}
 
 // Calls `action` for each of the numbers 1 to `count` (FATVOL_RELIABILITY=full), or for about
 // `sample` of them.

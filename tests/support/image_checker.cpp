@@ -117,8 +117,10 @@ struct Walker {
                 Expect(false, path, "chain leads to cluster " + std::to_string(cluster));
                 break;
             }
-            Expect(!used[cluster] || isShared, path, "shares cluster " + std::to_string(cluster));
-            isShared = isShared || used[cluster];
+            if (used[cluster] && !isShared) {
+                Expect(false, path, "shares cluster " + std::to_string(cluster));
+                isShared = true;
+            }
             if (isShared && chain.size() * uint64_t{geometry.clusterBytes} >= bytes) {
                 break;
             }
