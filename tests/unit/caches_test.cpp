@@ -9,17 +9,16 @@
 namespace fatvol::test {
 namespace {
 
-constexpr uint32_t blockCount = 272, capacity = 256, cellsPerBlock = 5;
-
-// Blocks that cannot be written when it is their turn stay, and others have to go early.
-constexpr uint32_t surelyCached = 128;
+constexpr uint32_t cellsPerBlock = 5;
 
 // A volume whose FAT is the cells. The block that has to go is often of the bucket of the new one.
 struct FatCells {
+    static constexpr uint32_t capacity = FatCacheCapacity;
+
     static uint32_t Cluster(uint32_t cell) {
         const uint32_t i = cell / cellsPerBlock;
         const uint32_t block = i / 32 * 16 + i % 16 + (i / 16 % 2) * FatBucketCount;
-        return block << 16 | (3 + cell % cellsPerBlock);
+        return block << (FatBlockShift - 2) | (3 + cell % cellsPerBlock);
     }
     bool Get(uint32_t cell, uint32_t* value) const {
         return Succeeded(fatvol::GetFatEntry(*mounted.volume, Cluster(cell), value));
@@ -34,7 +33,7 @@ struct FatCells {
 
 // A volume with a file whose blocks meet in few chains of its index.
 struct FileCells {
-    static constexpr uint32_t perChain = 20;
+    static constexpr uint32_t capacity = CacheBlockCount, perChain = 20;
 
     static uint64_t Offset(uint32_t cell) {
         const uint32_t block = cell / cellsPerBlock;
@@ -59,6 +58,9 @@ struct FileCells {
 
 template <class Cells>
 void ExpectKept(MemoryDisk& disk) {
+    constexpr uint32_t blockCount = Cells::capacity + 16;
+    // Blocks that cannot be written when it is their turn stay, and others have to go early.
+    constexpr uint32_t surelyCached = Cells::capacity / 2;
     std::map<uint32_t, uint32_t> values;  // by cell
     {
         const Cells cells{.mounted = Mounted(disk)};
@@ -90,7 +92,7 @@ void ExpectKept(MemoryDisk& disk) {
             readsFail = false;
             uint32_t failures = 0;
             while (!cells.Get(cell, &read)) {
-                ASSERT_LT(++failures, capacity);
+                ASSERT_LT(++failures, Cells::capacity);
             }
             const bool mayBeOld = !isSet || !isDone;
             ASSERT_TRUE((mayBeOld && read == values[cell]) || (isSet && read == value));
@@ -111,7 +113,7 @@ void ExpectKept(MemoryDisk& disk) {
 }
 
 TEST_F(VolumeTest, KeepsFatBlocksThroughFailures) {
-    ImageBuilder builder({32, 512, 1, FatCells::Cluster(blockCount * cellsPerBlock)});
+    ImageBuilder builder({32, 512, 1, 2 * FatBucketCount << (FatBlockShift - 2)});
     ExpectKept<FatCells>(builder.disk);
 }
 
