@@ -107,26 +107,6 @@ TEST_F(VolumeTest, TellsWhatTheEntryHolds) {
     }
 }
 
-// Handles fail but can be closed when their volume is gone.
-TEST_F(VolumeTest, HandlesOutliveTheirVolume) {
-    ImageBuilder builderA = OneFile('a'), builderB = OneFile('b');
-    Mounted b(builderB.disk), a(builderA.disk);
-    FatFileInfo info{};
-    const int file = Fat_OpenFile(u"F"), find = Fat_FindFirstRootFile(&info);
-    FatVolume* const gone = a.volume;
-    EXPECT_TRUE(a.Unmount());
-    EXPECT_FALSE(Fat_Unmount(gone));
-    ExpectNothingWorks(file, find);
-    SetCurrentFileSystem(b.volume);
-    ExpectFail(file, find);
-    EXPECT_EQ(Fat_OpenFile(u"F"), file + 1);
-    EXPECT_EQ(ReadAt(file + 1, 0, 700), Bytes(700, 'b'));
-    SetCurrentFileSystem(gone);
-    ExpectNothingWorks(file + 1, find);
-    SetCurrentFileSystem(b.volume);
-    EXPECT_TRUE(Fat_CloseFile(file + 1) && Fat_CloseFile(file) && Fat_CloseFindHandle(find));
-}
-
 TEST_F(VolumeTest, SecondUnmountFinishesAFailedOne) {
     for (const bool onwards : {false, true}) {
         ImageBuilder builder = OneFile('x');

@@ -61,7 +61,7 @@ struct Model : ModelVolumes {
         if (handle >= 0) {
             files.push_back({side, Find(path), handle});
             ++files.back().node->holders;
-            Grow(files.back(), size);
+            SetSize(files.back(), size);
             if (!Chance(8)) {
                 Close(files, files.size() - 1);
             }
@@ -200,7 +200,7 @@ struct Model : ModelVolumes {
         node.unknownEnd = count == 0 || Try(true, read) ? from : node.unknownEnd;
         return node.unknownEnd == from;
     }
-    void Grow(const Held& file, uint64_t size) {
+    void SetSize(const Held& file, uint64_t size) {
         Node& node = *file.node;
         const size_t old = node.content.size();
         node.content.resize(size);
@@ -305,7 +305,7 @@ struct Model : ModelVolumes {
             return Fat_SetFileSize(file.handle, static_cast<unsigned int>(size));
         };
         if (Try(expected, resize)) {
-            Grow(file, size);
+            SetSize(file, size);
         }
     }
     void Resize(const Held& file) {

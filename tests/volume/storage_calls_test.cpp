@@ -124,37 +124,6 @@ TEST_F(VolumeTest, MovesEachRunWithOneCall) {
     }
 }
 
-// One dirty block more than the cache holds, then one that cannot be written at first.
-TEST_F(VolumeTest, EvictsTheOldestBlockAndLosesNone) {
-    constexpr size_t K = blockBytes, N = CacheBlockCount;
-    ImageBuilder builder({12, 4096, 128, 140});
-    MemoryDisk& disk = builder.disk;
-    Rng rng(2);
-    const Bytes content = RandomBytes(rng, (N + 4) * K);
-    builder.AddFile(builder.root, u"F", Bytes(content.size()));
-    const auto expectWrite = [&](size_t block, size_t count, bool isDone, int evicted) {
-        const Bytes bytes(&content[block * K], &content[block * K] + count * K);
-        EXPECT_EQ(WriteAt(File(u"F").handle, block * K, bytes), isDone);
-        const uint64_t position = builder.geometry.dataPosition + K * static_cast<size_t>(evicted);
-        EXPECT_EQ(TakeCalls(disk),
-                  evicted < 0 ? std::vector<Call>() : std::vector{CallAt(WriteBytes, position, K)});
-    };
-    {
-        const Mounted mounted(disk);
-        disk.keepCalls = true;
-        expectWrite(0, N, true, -1);  // the root directory's block, which is clean, makes room
-        expectWrite(N, 1, true, 0);
-        disk.failure = {.countdown = 1};
-        expectWrite(N + 1, 1, false, 1);
-        expectWrite(N + 1, 1, true, 2);
-        EXPECT_TRUE(
-            WriteAt(File(u"F").handle, (N + 2) * K, Bytes(&content[(N + 2) * K], &*content.end())));
-        EXPECT_TRUE(ReadWhole(u"F") == content);
-    }
-    EXPECT_TRUE(ReadTree(disk, (N + 4) * K)[u"F"].content == content);
-    EXPECT_EQ(CheckImage(disk).Text(), "");
-}
-
 // The object of a closed file lives on, with its changes, until as many others as there may be have
 // been opened.
 TEST_F(VolumeTest, WritesWhenTheObjectIsDestroyed) {
