@@ -45,7 +45,7 @@ TEST_P(Failing, IsToldAndRecoveredFrom) {
             failed += failurePoint.failed != 0;
             workload.Recover();
             lost += workload.lostClusters;
-            refusing += workload.refused;
+            refusing += workload.damaged.has_value();
             return seen;
         };
         const uint64_t seen = run(0);
