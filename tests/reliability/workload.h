@@ -70,10 +70,10 @@ private:
 };
 
 // Calls `action` for some workloads: FATVOL_WORKLOADS is their number, FATVOL_TEST_SEQUENCE the
-// first one.
+// first one. Those from 16 to 18 have cuts that only the right order of links survives.
 template <class Action>
 void ForWorkloads(Action action) {
-    const uint64_t first = NumberFromEnvironment("FATVOL_TEST_SEQUENCE", 15);
+    const uint64_t first = NumberFromEnvironment("FATVOL_TEST_SEQUENCE", 16);
     const uint64_t count = NumberFromEnvironment("FATVOL_WORKLOADS", 3);
     for (uint64_t sequence = first; sequence < first + count; ++sequence) {
         SCOPED_TRACE("workload " + std::to_string(sequence));
@@ -88,7 +88,7 @@ void ForEvents(uint64_t count, uint64_t sample, Action action) {
     const bool isFull = std::getenv("FATVOL_RELIABILITY") != nullptr;
     const uint64_t some = sample == 0 ? count + 1 : std::max<uint64_t>(count / sample, 1);
     const uint64_t stride = isFull ? 1 : some;
-    for (uint64_t n = 1 + count % stride; n <= count; n += stride) {
+    for (uint64_t n = 1 + Rng(count)() % stride; n <= count; n += stride) {
         action(n);
     }
 }

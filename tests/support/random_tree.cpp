@@ -8,8 +8,6 @@ namespace fatvol::test {
 
 namespace {
 
-constexpr size_t maxPathUnits = 259;
-
 template <typename T, size_t size>
 const T& Pick(Rng& rng, const T (&choices)[size]) {
     return choices[Below(rng, size)];

@@ -14,6 +14,8 @@ inline uint64_t Below(Rng& rng, uint64_t limit) {
 }
 std::vector<uint8_t> RandomBytes(Rng& rng, size_t count);
 
+inline constexpr size_t maxPathUnits = 259;
+
 enum class Names { Any, Ascii };
 
 // A legal name of at most `maxUnits` units: plain 8.3, lower case, spaces and punctuation,

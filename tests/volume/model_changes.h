@@ -41,7 +41,7 @@ struct Model : ModelVolumes {
 
     bool Create(const std::u16string& path, bool isDirectory, uint32_t size) {
         Say("create " + std::to_string(size), path);
-        Touch(side, path);
+        Touch(side, path, true);
         const auto attributes = static_cast<uint8_t>(Chance(8) ? Below(rng, 256) : 0x21);
         const bool expected = IsCreatable(path) && (attributes & 0x08) == 0 &&
                               (isDirectory || files.size() < fileHandles);
@@ -56,7 +56,7 @@ struct Model : ModelVolumes {
             Add(path, static_cast<uint8_t>((attributes & ~0x10U) | (isDirectory ? 0x10U : 0U)));
         } else if (expected) {
             halfMade = path;
-            Settle();
+            FindHalfMade();
         }
         if (handle >= 0) {
             files.push_back({side, Find(path), handle});
@@ -87,7 +87,7 @@ struct Model : ModelVolumes {
         }
         return true;
     }
-    bool Settle() {
+    bool FindHalfMade() {
         halfMade = AddMissingParents(halfMade, false) ? u"" : halfMade;
         return halfMade.empty();
     }
@@ -110,7 +110,7 @@ struct Model : ModelVolumes {
         const bool expected = node->holders == 0 && Subtree(node).size() == 1;
         if (Try(expected, [&] { return Fat_DeleteFile(Spelled(node->path).c_str()); })) {
             side->nodes.erase(Fold(node->path));
-            Unsettle(node->path);
+            ForgetShown(node->path);
         }
     }
     void DeleteTree(const NodeRef& node) {
@@ -137,7 +137,7 @@ struct Model : ModelVolumes {
         }
         Say("carry " + Printable(node->path) + " to", to);
         Touch(side, node->path);
-        Touch(side, to);
+        Touch(side, to, true);
         if (Try(expected && fits && !Find(to), call, IsRoomShort(to, 0))) {
             Rebase(node, to);
         }
@@ -181,13 +181,8 @@ struct Model : ModelVolumes {
 
     // ---- Contents and entries of files
 
-    // What a grown range holds is free, and so is that of a failed write.
-    static void Forget(Node& node, size_t from, size_t end) {
-        const bool isKnown = node.unknownFrom == node.unknownEnd;
-        node.unknownFrom = isKnown ? from : std::min(from, node.unknownFrom);
-        node.unknownEnd = isKnown ? end : std::max(end, node.unknownEnd);
-    }
-    // But it must not change by itself. False when it cannot be read.
+    // What a grown range holds is free, and so is that of a failed write, but it must not change by
+    // itself. False when it cannot be read.
     bool Learn(const Held& file) {
         Node& node = *file.node;
         const size_t from = node.unknownFrom, count = node.unknownEnd - from;
@@ -204,10 +199,9 @@ struct Model : ModelVolumes {
         Node& node = *file.node;
         const size_t old = node.content.size();
         node.content.resize(size);
-        node.unknownEnd = std::min(node.unknownEnd, node.content.size());
-        node.unknownFrom = std::min(node.unknownFrom, node.unknownEnd);
         if (size > old) {
-            Forget(node, old, size);
+            node.unknownFrom = old;
+            node.unknownEnd = size;
             Learn(file);
         }
     }
@@ -244,9 +238,10 @@ struct Model : ModelVolumes {
         if (isWrite) {
             Touch(file.side, node.path);
         }
-        if (!Try(!isEx || offset < size, transfer) && hasFailed) {
-            Forget(node, offset, offset + (isWrite ? expected : 0));
-            EXPECT_TRUE(Fat_GetFileOffset(file.handle, &node.position));
+        if (!Try(!isEx || offset < size, transfer) && (hasFailed || damaged)) {
+            node.unknownFrom = offset;
+            node.unknownEnd = offset + (isWrite ? expected : 0);
+            EXPECT_TRUE(Fat_GetFileOffset(file.handle, &done) && done == node.position);
             return;
         }
         EXPECT_EQ(done, expected);
@@ -300,6 +295,9 @@ struct Model : ModelVolumes {
         const uint64_t c = info.bytesPerCluster, old = file.node->content.size();
         const bool expected = (size + c - 1) / c <= (old + c - 1) / c + info.freeClusters;
         Say("resize from " + std::to_string(old) + " to " + std::to_string(size), u"");
+        if (!Learn(file)) {
+            return;
+        }
         Touch(file.side, file.node->path);
         const auto resize = [&] {
             return Fat_SetFileSize(file.handle, static_cast<unsigned int>(size));
@@ -396,7 +394,10 @@ struct Model : ModelVolumes {
             &Model::Delete, &Model::Rename, &Model::Move};
         static constexpr void (Model::*fileActions[])(const Held&) = {
             &Model::Transfer, &Model::Seek, &Model::SetAttributes, &Model::Resize};
-        if (!IsReady() || !Settle()) {
+        if (!IsReady()) {
+            Start();
+        }
+        if (!IsReady() || !FindHalfMade()) {
             return;
         }
         rng = Rng(step);
@@ -411,13 +412,12 @@ struct Model : ModelVolumes {
         } else if (node) {
             // A handle that is held already, on either volume, or a new one.
             const bool isNew = files.empty() || (files.size() < fileHandles && Chance(2));
-            if (isNew && !Open(node)) {
-                return;
+            if (!isNew || Open(node)) {
+                const Held& file = files[Below(rng, files.size())];
+                const size_t action = Below(rng, std::size(fileActions));
+                Say("handle, action " + std::to_string(action), file.node->path);
+                (this->*fileActions[action])(file);
             }
-            const Held& file = files[Below(rng, files.size())];
-            const size_t action = Below(rng, std::size(fileActions));
-            Say("handle, action " + std::to_string(action), file.node->path);
-            (this->*fileActions[action])(file);
         }
         EXPECT_TRUE(IsLibrarySound());
         for (const Side& each : sides) {
@@ -425,23 +425,37 @@ struct Model : ModelVolumes {
         }
     }
 
-    // Nothing fails any more: the library goes on working, and what was reported as done is there.
+    // Reads what is not known of contents.
+    void LearnAll() {
+        for (const auto& [path, node] : side->nodes) {
+            if (node->unknownEnd != node->unknownFrom) {
+                if (files.size() == fileHandles) {
+                    Close(files, 0);
+                }
+                EXPECT_TRUE(Open(node) && Learn(files.back()));
+                Close(files, files.size() - 1);
+            }
+        }
+    }
+    // Nothing fails any more: the library goes on working, with what was open as well, and what was
+    // reported as done is there.
     void Recover() {
         failurePoint.failAt = 0;
         Start();
-        Settle();
-        for (Side& each : sides) {
-            Use(each);
-            CloseAll(nullptr);
-            for (const auto& [path, node] : each.nodes) {
-                if (node->unknownEnd != node->unknownFrom && Open(node)) {
-                    EXPECT_TRUE(Learn(files.back()));
-                }
-            }
+        for (int i = 0; i < 2; ++i) {
+            LearnAll();
+            Switch();
+        }
+        for (uint64_t step = 0; step < 10; ++step) {
+            Do(step);
+        }
+        CloseAll(nullptr);
+        for (int i = 0; i < 2; ++i) {
             Create(u"Afterwards", false, 9000);
             // The first may tell of failures before.
             EXPECT_TRUE(Flush() || Flush() || damaged);
             Remount();
+            Switch();
         }
     }
 

@@ -8,7 +8,7 @@
 
 namespace fatvol::test {
 
-inline constexpr size_t fileHandles = 160, findHandles = 32, maxPathUnits = 259;
+inline constexpr size_t fileHandles = 160, findHandles = 32;
 
 // A file larger than the block cache, with bytes of no interest. The models leave it alone.
 inline const std::u16string hugeName = u"HUGE";
@@ -32,6 +32,7 @@ struct Side {
     FatVolume* volume = nullptr;
     NodeRef root = std::make_shared<Node>();
     std::map<std::u16string, NodeRef> nodes = {};  // the others, by folded path
+    uint64_t failedAtFlush = 0;                    // how much had failed at the last one
 
     FatVolumeInfo Info() const {
         FatVolumeInfo info{};
@@ -126,7 +127,7 @@ struct ModelTree {
         return names;
     }
     // A name came to or went from a directory: enumerations may show it or not.
-    void Unsettle(const std::u16string& path) {
+    void ForgetShown(const std::u16string& path) {
         for (Held& find : finds) {
             if (find.side == side && find.node == Find(Parent(path))) {
                 find.shown.erase(Fold(Name(path)));
@@ -135,13 +136,13 @@ struct ModelTree {
     }
     void Add(const std::u16string& path, uint8_t attributes) {
         side->nodes[Fold(path)] = std::make_shared<Node>(Node{path, attributes});
-        Unsettle(path);
+        ForgetShown(path);
     }
     // Gives a node and all below it another path.
     void Rebase(const NodeRef& node, const std::u16string& to) {
         const std::u16string from = node->path;
         const std::vector<NodeRef> moved = Subtree(node);
-        Unsettle(from);
+        ForgetShown(from);
         for (const NodeRef& each : moved) {
             side->nodes.erase(Fold(each->path));
             each->path = to + each->path.substr(from.size());
@@ -149,7 +150,7 @@ struct ModelTree {
         for (const NodeRef& each : moved) {
             side->nodes[Fold(each->path)] = each;
         }
-        Unsettle(to);
+        ForgetShown(to);
     }
 
     // A directory, or a file too; null when there is none.
