@@ -37,7 +37,8 @@ size_t AllocatedBytes() {
 
 TEST_P(Failing, IsToldAndRecoveredFrom) {
     const uint32_t fatType = std::get<0>(GetParam());
-    const auto& [name, failure] = failures[std::get<1>(GetParam())];
+    const char* const name = failures[std::get<1>(GetParam())].first;
+    const FailurePoint& failure = failures[std::get<1>(GetParam())].second;
     uint64_t events = 0, failed = 0, lost = 0, refusing = 0;
     ForWorkloads([&](uint64_t sequence) {
         const auto run = [&](uint64_t n) {
