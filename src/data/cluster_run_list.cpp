@@ -137,6 +137,10 @@ bool ClusterAt(const ClusterRunList& list, std::uint32_t index, std::uint32_t* c
     return *cluster != RUN_UNMAPPED;
 }
 
+std::uint32_t ClusterOf(const ClusterRunList& list, std::uint32_t index) {
+    return ClusterOfRun(list, FindRun(list, index), index);
+}
+
 std::uint32_t LastCluster(const ClusterRunList& list) {
     return ClusterOfRun(list, list.count - 1, TotalClusters(list) - 1);
 }

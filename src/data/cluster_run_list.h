@@ -50,6 +50,9 @@ std::uint32_t TotalClusters(const ClusterRunList& list);
 bool ClusterAt(const ClusterRunList& list, std::uint32_t index, std::uint32_t* cluster,
                std::uint32_t* leftInRun);
 
+// The volume cluster of a file cluster index that is covered.
+std::uint32_t ClusterOf(const ClusterRunList& list, std::uint32_t index);
+
 // The last cluster of a list with at least one run.
 std::uint32_t LastCluster(const ClusterRunList& list);
 

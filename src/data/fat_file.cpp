@@ -93,6 +93,12 @@ std::uint64_t DataSize(const CFatFile& file) {
     return IsDirectory(file) ? file.allocatedSize : FileSize(file.entry);
 }
 
+std::uint32_t LastLinkedCluster(const CFatFile& file) {
+    const std::uint64_t linked = file.linkedSize != 0 ? file.linkedSize : file.allocatedSize;
+    return ClusterOf(file.runs,
+                     static_cast<std::uint32_t>(linked >> file.volume->clusterShift) - 1);
+}
+
 void Release(CFatFile& file) {
     if (--file.refCount == 0) {
         delete &file;
@@ -148,6 +154,9 @@ bool IsSound(const CFatFile& file) {
     }
     if (file.firstCluster == FixedRootCluster) {
         return TotalClusters(file.runs) == 0;
+    }
+    if (file.linkedSize != 0 && (!file.listing || file.linkedSize >= file.allocatedSize)) {
+        return false;
     }
     const bool hasClusters = TotalClusters(file.runs) != 0;
     return file.allocatedSize ==

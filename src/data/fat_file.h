@@ -67,10 +67,9 @@ public:
     std::uint32_t position = 0;           // bytes; of the handles
     std::uint32_t firstCluster = 0;
     std::uint64_t allocatedSize = 0;  // bytes
-    // Where a directory's clusters end that the FAT on the volume is known to link, when it has
-    // grown since; otherwise 0.
+    // Where the chain of a directory ends in the FAT, when it has grown since the last flush, which
+    // is to link the rest; otherwise 0.
     std::uint64_t linkedSize = 0;  // bytes
-    bool isLinkHeld = false;       // the FAT, as it is cached, ends there too
     ClusterRunList runs;
     BlockIndex blocks;
     std::unique_ptr<DirListing> listing;
@@ -93,6 +92,9 @@ void CopyEntryAndName(CFatFile& file, const DirItem& item);
 
 // The size that bounds every transfer: of a directory its clusters, of a file its entry's size.
 std::uint64_t DataSize(const CFatFile& file);
+
+// The cluster at which the chain of an object that has clusters ends in the FAT.
+std::uint32_t LastLinkedCluster(const CFatFile& file);
 
 inline bool IsDirectory(const CFatFile& file) {
     return IsDirectory(file.entry);

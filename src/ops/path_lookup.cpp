@@ -21,7 +21,7 @@ bool MeetsOpenDirectory(const CFatFile& directory) {
     for (auto* link = live.next; directory.firstCluster != 0 && link != &live; link = link->next) {
         const auto& other = static_cast<const CFatFile&>(*link);
         if (&other != &directory && IsDirectory(other) && TotalClusters(other.runs) != 0 &&
-            LastCluster(other.runs) == LastCluster(directory.runs)) {
+            LastLinkedCluster(other) == LastLinkedCluster(directory)) {
             return true;
         }
     }

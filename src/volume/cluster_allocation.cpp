@@ -69,7 +69,7 @@ FatStatus TakeScatteredRuns(ClusterBitmap& bitmap, std::uint32_t count, ClusterR
         status = GatherRuns(bitmap, count, gathered, &next);
     }
     if (Succeeded(status)) {
-        status = ReserveRuns(target, gathered.count);
+        status = ReserveRuns(target, gathered.count - 1);
     }
     if (Failed(status)) {
         return status;

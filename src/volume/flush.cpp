@@ -104,59 +104,23 @@ void ForEachObject(FatVolume& volume, Action action) {
     }
 }
 
-// The volume cluster of a file cluster index that the runs cover.
-std::uint32_t ClusterOf(const CFatFile& file, std::uint64_t index) {
-    std::uint32_t cluster = 0;
-    std::uint32_t left = 0;
-    (void)ClusterAt(file.runs, static_cast<std::uint32_t>(index), &cluster, &left);
-    return cluster;
-}
-
-// The link from a grown directory's old clusters to its new ones.
-struct GrowthLink {
-    std::uint32_t cluster, next;
-};
-
-GrowthLink LinkOf(const CFatFile& directory) {
-    const std::uint64_t first = directory.linkedSize >> directory.volume->clusterShift;
-    return {ClusterOf(directory, first - 1), ClusterOf(directory, first)};
-}
-
-// Leaves a directory out whose link is no longer in the FAT: on a damaged volume a file with the
-// same clusters may have freed them, and setting it would put them in use again.
-FatStatus ExpectLink(CFatFile& directory) {
-    const GrowthLink link = LinkOf(directory);
+// Sets the link from a grown directory's old clusters to its new ones. Where the chain does not end
+// there any more, files of a damaged volume share clusters: it stays as it is. False when the FAT
+// cannot be read.
+bool LinkNewClusters(CFatFile& directory) {
+    FatVolume& volume = *directory.volume;
+    const std::uint32_t last = LastLinkedCluster(directory);
     std::uint32_t next = 0;
-    const FatStatus status = GetFatEntry(*directory.volume, link.cluster, &next);
-    const bool isItsOwn =
-        directory.isLinkHeld ? next > BadClusterMark(directory.volume->fatType) : next == link.next;
-    if (Succeeded(status) && !isItsOwn) {
-        directory.linkedSize = 0;
-        directory.isLinkHeld = false;
-    }
-    return status;
-}
-
-// Ends the chain in the FAT before the new clusters, for a while.
-bool HoldLink(CFatFile& directory) {
-    if (Failed(ExpectLink(directory))) {
+    if (Failed(GetFatEntry(volume, last, &next))) {
         return false;
     }
-    const bool isHeld = directory.linkedSize == 0 || directory.isLinkHeld;
-    if (!isHeld) {
-        const std::uint32_t cluster = LinkOf(directory).cluster;
-        directory.isLinkHeld = ForceFatEntry(*directory.volume, cluster, EndOfChain);
+    const bool isEnd = next > BadClusterMark(volume.fatType);
+    const auto linked = static_cast<std::uint32_t>(directory.linkedSize >> volume.clusterShift);
+    if (isEnd && !ForceFatEntry(volume, last, ClusterOf(directory.runs, linked))) {
+        return false;
     }
-    return isHeld || directory.isLinkHeld;
-}
-
-// The link of a directory whose FAT block cannot be read is missing from then on.
-void SetHeldLink(CFatFile& directory) {
-    const GrowthLink link = LinkOf(directory);
-    if (directory.isLinkHeld) {
-        directory.isLinkHeld = !ForceFatEntry(*directory.volume, link.cluster, link.next);
-        directory.volume->isUncertain = directory.volume->isUncertain || directory.isLinkHeld;
-    }
+    directory.linkedSize = 0;
+    return true;
 }
 
 template <class Action>
@@ -168,19 +132,13 @@ void ForEachGrown(FatVolume& volume, Action action) {
     });
 }
 
-// Writes what the new clusters of grown directories hold, and holds the links to them back. Whether
-// all of that was possible.
-bool PrepareGrownDirectories(FatVolume& volume) {
-    bool done = true;
+bool WriteNewClusters(FatVolume& volume) {
+    bool allWritten = true;
     ForEachGrown(volume, [&](CFatFile& directory) {
-        FatStatus status = ExpectLink(directory);
-        if (Succeeded(status) && directory.linkedSize != 0) {
-            status = WriteFileBlocksFrom(directory, directory.linkedSize);
-        }
-        done = Succeeded(status) && done;
+        const FatStatus status = WriteFileBlocksFrom(directory, directory.linkedSize);
+        allWritten = Succeeded(status) && allWritten;
     });
-    ForEachGrown(volume, [&](CFatFile& directory) { done = HoldLink(directory) && done; });
-    return done;
+    return allWritten;
 }
 
 bool FlushFiles(FatVolume& volume) {
@@ -223,22 +181,24 @@ bool HasGrownDirectory(FatVolume& volume) {
     return hasGrown;
 }
 
+bool LinkGrownDirectories(FatVolume& volume) {
+    bool allLinked = true;
+    ForEachGrown(volume,
+                 [&](CFatFile& directory) { allLinked = LinkNewClusters(directory) && allLinked; });
+    return allLinked;
+}
+
 FatStatus FlushDirectories(FatVolume& volume, bool* allWritten) {
-    *allWritten = PrepareGrownDirectories(volume);
+    *allWritten = WriteNewClusters(volume);
     FatStatus status = FlushFatTable(volume);
     if (Succeeded(status)) {
         *allWritten = FlushDirectoryBlocks(volume) && *allWritten;
     }
-    ForEachGrown(volume, SetHeldLink);
     if (Succeeded(status) && *allWritten) {
+        *allWritten = LinkGrownDirectories(volume);
         status = FlushFatTable(volume);
     }
     *allWritten = *allWritten && Succeeded(status);
-    if (*allWritten) {
-        ForEachGrown(volume, [](CFatFile& directory) {
-            directory.linkedSize = directory.isLinkHeld ? directory.linkedSize : 0;
-        });
-    }
     return status;
 }
 

@@ -9,14 +9,17 @@ namespace fatvol {
 
 // Writes the FAT and the directories so that a loss of power, or a write that fails, leaves no
 // entry ahead of what it leads to: contents of new clusters, the FAT without the links to them, the
-// directories from the deepest up, and the links at last. (While the FAT's cache makes room, a link
-// may get there earlier.) The status is that of the FAT; after a failure directories may not have
-// been written, or links. `allWritten` tells whether directories and links were too. What was not
-// written is written by the next call.
+// directories from the deepest up, and the links at last. The status is that of the FAT; after a
+// failure directories may not have been written, or links. `allWritten` tells whether directories
+// and links were too. What was not written is written by the next call.
 FatStatus FlushDirectories(FatVolume& volume, bool* allWritten);
 
-// Whether a directory has grown and the link to its new clusters is not known to be on the volume.
+// Whether a directory has grown and its new clusters are not linked yet.
 bool HasGrownDirectory(FatVolume& volume);
+
+// Sets these links in the FAT as it is cached. False when that cannot be read for one of them,
+// which then goes on waiting.
+bool LinkGrownDirectories(FatVolume& volume);
 
 // Marks the counts of the FSInfo sector unknown, where there is one.
 FatStatus ResetFsInfo(FatVolume& volume);

@@ -1,6 +1,7 @@
 #include "volume/resize_file.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "data/fat_file.h"
 #include "data/file_data.h"
@@ -85,7 +86,6 @@ struct Addition {
     ClusterRunList clusters;
     std::uint32_t last = 0;       // the object's last cluster until now; 0 when it has none
     std::uint32_t lastValue = 0;  // what its FAT entry held
-    bool isLinkTried = false;     // that entry may have been changed
 };
 
 // Takes everything that growing needs, without touching the FAT.
@@ -103,7 +103,7 @@ FatStatus PrepareGrowth(Resize& resize, Addition& added) {
     if (Failed(status)) {
         return status;
     }
-    status = ReserveRuns(object.runs, added.clusters.count);
+    status = ReserveRuns(object.runs, added.clusters.count - 1);
     if (Succeeded(status) && IsDirectory(object)) {
         status = ResizeDirListing(*object.listing,
                                   static_cast<std::uint32_t>(resize.newAllocated / DirEntrySize));
@@ -117,13 +117,16 @@ FatStatus PrepareGrowth(Resize& resize, Addition& added) {
 // Detaches the clusters in the FAT again. When that cannot be done for all of them they stay taken:
 // a lost cluster does no harm, a shared one would. A chain that cannot be cut off stays whole.
 void UndoGrowth(Resize& resize, const Addition& added) {
+    CFatFile& object = resize.object;
     FatVolume& volume = resize.volume;
-    if (IsDirectory(resize.object)) {
+    const bool waits = object.linkedSize == resize.oldAllocated;
+    if (IsDirectory(object)) {
         // Fewer slots always fit.
-        (void)ResizeDirListing(*resize.object.listing,
+        (void)ResizeDirListing(*object.listing,
                                static_cast<std::uint32_t>(resize.oldAllocated / DirEntrySize));
+        object.linkedSize = waits ? 0 : object.linkedSize;
     }
-    if (added.isLinkTried && !ForceFatEntry(volume, added.last, added.lastValue)) {
+    if (added.last != 0 && !waits && !ForceFatEntry(volume, added.last, added.lastValue)) {
         (void)ForceChain(volume, added.clusters);
         volume.isUncertain = true;
     } else if (ForceFree(volume, added.clusters)) {
@@ -131,11 +134,16 @@ void UndoGrowth(Resize& resize, const Addition& added) {
     }
 }
 
-FatStatus LinkAddition(Resize& resize, Addition& added) {
-    if (added.last == 0) {
+// The first clusters that a directory gains since the last flush are linked by the next one, when
+// their contents and their chain are on the volume.
+FatStatus LinkAddition(Resize& resize, const Addition& added) {
+    CFatFile& object = resize.object;
+    if (IsDirectory(object) && object.linkedSize == 0) {
+        object.linkedSize = resize.oldAllocated;
+    }
+    if (added.last == 0 || object.linkedSize == resize.oldAllocated) {
         return STATUS_SUCCESS;
     }
-    added.isLinkTried = true;
     return SetFatEntry(resize.volume, added.last, added.clusters.runs[1].startCluster);
 }
 
@@ -169,22 +177,6 @@ FatStatus ClearNewSpace(Resize& resize) {
     return STATUS_SUCCESS;
 }
 
-// Whether blocks of the FAT may go out between flushes, links to new clusters among them.
-bool MayLinkEarly(const FatVolume& volume) {
-    return volume.fatTable.lastBlockIndex + 1 >= FatDirtyCapacity;
-}
-
-// Links clusters to a directory that must be sound from then on: they have to hold free slots on
-// the volume first. The root's chain is made whole there too, since without it the volume could not
-// be mounted again.
-FatStatus LinkEarly(Resize& resize, Addition& added, bool isRoot) {
-    FatStatus status = WriteFileBlocksFrom(resize.object, resize.oldAllocated);
-    if (Succeeded(status) && isRoot) {
-        status = FlushFatTable(resize.volume);
-    }
-    return Failed(status) ? status : LinkAddition(resize, added);
-}
-
 FatStatus Grow(Resize& resize) {
     CFatFile& object = resize.object;
     FatVolume& volume = resize.volume;
@@ -193,18 +185,13 @@ FatStatus Grow(Resize& resize) {
     if (Failed(status)) {
         return status;
     }
-    const bool isEarly = IsDirectory(object) && MayLinkEarly(volume);
-    const bool isEarlyRoot = isEarly && &object == volume.rootDirectory;
     AdoptAddition(resize, added);
-    status = isEarly ? STATUS_SUCCESS : LinkAddition(resize, added);
+    status = LinkAddition(resize, added);
     if (Succeeded(status)) {
         status = ChainClusters(volume, added.clusters);
     }
     if (Succeeded(status) && IsDirectory(object)) {
         status = ClearNewSpace(resize);
-    }
-    if (Succeeded(status) && isEarly) {
-        status = LinkEarly(resize, added, isEarlyRoot);
     }
     if (Succeeded(status)) {
         status = StoreEntry(resize, object.runs.runs[1].startCluster);
@@ -216,21 +203,14 @@ FatStatus Grow(Resize& resize) {
         UndoGrowth(resize, added);
         return status;
     }
-    if (isEarlyRoot) {
-        volume.hasUntoldFailure = Failed(FlushFatTable(volume)) || volume.hasUntoldFailure;
-    } else if (IsDirectory(object) && object.linkedSize == 0) {
-        object.linkedSize = resize.oldAllocated;
-    }
     FitCachedBlocks(resize);
     return STATUS_SUCCESS;
 }
 
-// The volume cluster of a file cluster index that the runs cover.
-std::uint32_t ClusterOf(const ClusterRunList& runs, std::uint32_t index) {
-    std::uint32_t cluster = 0;
-    std::uint32_t left = 0;
-    (void)ClusterAt(runs, index, &cluster, &left);
-    return cluster;
+// What the FAT holds for the cluster before a file cluster index.
+std::uint32_t LinkTo(const CFatFile& object, std::uint32_t index) {
+    const bool waits = std::uint64_t{index} << object.volume->clusterShift == object.linkedSize;
+    return waits ? EndOfChain : ClusterOf(object.runs, index);
 }
 
 // A chain to be cut: the clusters from file index `kept` on, the last run first.
@@ -255,8 +235,8 @@ FatStatus PrepareCut(Resize& resize, Cut& cut) {
     }
     if (Succeeded(status) && cut.kept > 0) {
         std::uint32_t link = 0;
-        status = ReadLink(volume, ClusterOf(object.runs, cut.kept - 1),
-                          ClusterOf(object.runs, cut.kept), &link);
+        status =
+            ReadLink(volume, ClusterOf(object.runs, cut.kept - 1), LinkTo(object, cut.kept), &link);
     }
     return status;
 }
@@ -288,7 +268,7 @@ void RelinkTail(Resize& resize, const Cut& cut, bool isLastSet) {
         mayBeUnset = false;
     };
     if (cut.tried > tailCount) {
-        restore(cut.kept - 1, ClusterOf(runs, cut.kept));
+        restore(cut.kept - 1, LinkTo(resize.object, cut.kept));
     }
     std::uint32_t untried = tailCount - std::min(cut.tried, tailCount);
     for (std::uint32_t run = 1; run < runs.count; ++run) {
@@ -297,7 +277,7 @@ void RelinkTail(Resize& resize, const Cut& cut, bool isLastSet) {
             if (untried > 0) {
                 --untried;
             } else {
-                restore(index - 1, index < total ? ClusterOf(runs, index) : cut.lastValue);
+                restore(index - 1, index < total ? LinkTo(resize.object, index) : cut.lastValue);
             }
         }
     }
@@ -317,19 +297,20 @@ FatStatus Shrink(Resize& resize) {
     }
     status = UnlinkTail(resize, cut);
     const bool isUnlinked = Succeeded(status);
+    // When all clusters go that wait for their link, a flush must not set it.
+    const bool cutsLink = object.linkedSize >= resize.newAllocated;
+    const std::uint64_t linkedSize = cutsLink ? std::exchange(object.linkedSize, 0) : 0;
     if (isUnlinked) {
         status = StoreEntry(resize, cut.kept == 0 ? 0 : object.firstCluster);
     }
     if (Failed(status)) {
+        object.linkedSize = cutsLink ? linkedSize : object.linkedSize;
         RelinkTail(resize, cut, isUnlinked);
         return status;
     }
     ReleaseRuns(resize.volume.clusterBitmap, cut.tail);
     CutTail(object.runs, TotalClusters(cut.tail));
     object.allocatedSize = resize.newAllocated;
-    if (object.allocatedSize <= object.linkedSize) {
-        object.linkedSize = 0;
-    }
     if (IsDirectory(object)) {
         // Fewer slots always fit.
         (void)ResizeDirListing(

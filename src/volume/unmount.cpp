@@ -33,9 +33,11 @@ FatStatus UnmountVolume(FatVolume& volume) {
         // Its counts are hints that nobody has to believe.
         (void)ResetFsInfo(volume);
         if (HasGrownDirectory(volume)) {
-            // What fails there is tried again below.
+            // What fails there is tried again below, but for links that cannot be set: they would
+            // need a part of the FAT that cannot be read.
             bool allWritten = false;
             (void)FlushDirectories(volume, &allWritten);
+            (void)LinkGrownDirectories(volume);
         }
         const FatStatus status = ReleaseFatVolume(volume);
         if (Failed(status)) {

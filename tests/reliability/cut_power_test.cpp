@@ -53,8 +53,8 @@ struct Judge {
         changed.clear();
         ownerOf.assign(geometry.clusterCount + 2, nullptr);
         for (const auto& [path, node] : tree) {
-            const auto kept =
-                shortPaths.emplace(path, JoinPath(Parent(path), DisplayName(node.entry.data())));
+            const auto kept = shortPaths.emplace(
+                path, JoinPath(Parent(path), Fold(DisplayName(node.entry.data()))));
             const std::u16string* const owner = &kept.first->first;
             ForChain(disk, geometry, node.FirstCluster(),
                      [&](uint32_t cluster) { ownerOf[cluster] = owner; });
