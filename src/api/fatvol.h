@@ -148,7 +148,7 @@ struct FatFileInfo {
     unsigned int lastWriteTimeLow;
     unsigned int lastWriteTimeHigh;
     unsigned int sizeHigh;     // always 0
-    unsigned int sizeLow;      // bytes; 0 for a directory
+    unsigned int sizeLow;      // bytes, as the entry says: 0 for a directory that is sound
     unsigned int reserved[2];  // never written
     // Empty when the entry has no long name. Zero-terminated, but for a name of exactly 260 units.
     char16_t longName[260];
@@ -271,7 +271,7 @@ FATVOL_API bool Fat_DeleteFile(const char16_t* path) noexcept;
 
 // Renames an entry within its directory to the last component of `newPath`, whose other components
 // are ignored. The new name must not exist there in any letter case. Handles follow. Refused when
-// the path of anything open below would grow beyond 259 units; what is not open is not looked at.
+// the path of anything below that a handle holds would grow beyond 259 units.
 FATVOL_API bool Fat_RenameFile(const char16_t* path, const char16_t* newPath) noexcept;
 
 // Moves an entry to the directory `destination`, null for the root. True without doing or checking

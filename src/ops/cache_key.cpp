@@ -52,9 +52,6 @@ bool IsAtOrBelow(std::u16string_view path, std::u16string_view directory) {
 
 FatStatus PrepareMoved(FatVolume& volume, std::u16string_view newRoot, std::u16string_view below,
                        PreparedKey* prepared) {
-    if (newRoot.size() + below.size() > MaxPathUnits) {
-        return STATUS_INVALID_PARAMETER;
-    }
     char16_t path[PathBufferUnits];
     newRoot.copy(path, newRoot.size());
     below.copy(path + newRoot.size(), below.size());
@@ -80,15 +77,22 @@ FatStatus Rekeying::Prepare(FatVolume& volume, std::u16string_view oldPath,
     if (!changes) {
         return STATUS_NO_MEMORY;
     }
-    for (auto* link = cache.recency.next; link != &cache.recency; link = link->next) {
+    for (auto* link = cache.recency.next; link != &cache.recency;) {
         CFatFile& object = ObjectOf(*link);
+        link = link->next;
         const std::u16string_view path(object.keyString.get());
         if (!IsAtOrBelow(path, from.View())) {
             continue;
         }
+        const std::u16string_view below = path.substr(from.length);
+        if (to.length + below.size() > MaxPathUnits) {
+            if (!LetGoOpenObject(cache, object)) {
+                return STATUS_INVALID_PARAMETER;
+            }
+            continue;
+        }
         Change& change = changes[count];
-        const FatStatus status =
-            PrepareMoved(volume, to.View(), path.substr(from.length), &change.prepared);
+        const FatStatus status = PrepareMoved(volume, to.View(), below, &change.prepared);
         if (Failed(status)) {
             return status;
         }

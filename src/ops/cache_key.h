@@ -33,8 +33,9 @@ void CacheObject(CFatFile& object, PreparedKey prepared);
 class Rekeying {
 public:
     // Prepares the keys. Both paths are normalised; their case does not matter.
-    // STATUS_INVALID_PARAMETER when the new path, or with it that of an open object below it, would
-    // be longer than MaxPathUnits; STATUS_NO_MEMORY.
+    // STATUS_INVALID_PARAMETER when the new path, or with it that of an object below it that is
+    // held, or cannot be written, would be longer than MaxPathUnits; STATUS_NO_MEMORY. Objects with
+    // such a path that only the cache holds leave it.
     FatStatus Prepare(FatVolume& volume, std::u16string_view oldPath, std::u16string_view newPath);
 
     // Gives the objects their new keys. Cannot fail.

@@ -85,6 +85,18 @@ void EmptyOpenObjectCache(OpenObjectCache& cache) {
     }
 }
 
+bool LetGoOpenObject(OpenObjectCache& cache, CFatFile& object) {
+    bool isWritten = object.refCount == 1;
+    if (isWritten && object.linkedSize != 0) {
+        isWritten = Succeeded(FlushDirectories(*object.volume, &isWritten)) && isWritten;
+    }
+    if (!isWritten || !FlushFileBlocks(object)) {
+        return false;
+    }
+    RemoveOpenObject(cache, object);
+    return true;
+}
+
 bool IsSound(const OpenObjectCache& cache) {
     std::uint32_t linked = 0;
     for (auto* link = cache.recency.next; link != &cache.recency; link = link->next, ++linked) {

@@ -48,6 +48,10 @@ void TrimOpenObjectCache(OpenObjectCache& cache);
 // Takes an object out and drops the cache's reference without touching the position.
 void RemoveOpenObject(OpenObjectCache& cache, CFatFile& object);
 
+// Writes an object and takes it out, unless others hold it or writing fails: false then, and it
+// stays.
+bool LetGoOpenObject(OpenObjectCache& cache, CFatFile& object);
+
 // Makes an object the most recently used one.
 void TouchOpenObject(OpenObjectCache& cache, CFatFile& object);
 

@@ -213,5 +213,27 @@ TEST_F(Changes, TakeTheseSlots) {
     }
 }
 
+// What no handle holds is let go by the cache, with its bytes and its new clusters.
+TEST_F(Changes, MakePathsTooLongUnlessTheyAreHeld) {
+    const ImageBuilder builder({.fatType = 12, .clusterCount = 200});
+    MemoryDisk disk = builder.disk;
+    Mounted mounted(disk);
+    const std::u16string file = u"A\\" + std::u16string(250, u'x');
+    const std::u16string directory = u"A\\" + std::u16string(244, u'd');
+    for (char16_t name = u'a'; name < u'u'; ++name) {  // in several clusters
+        EXPECT_TRUE(Create(JoinPath(directory, {name})));
+    }
+    const int held = Fat_CreateFile(file.c_str(), 9, 0x20);
+    const Bytes bytes(9, 'b');
+    unsigned int done = 0;
+    EXPECT_TRUE(Fat_WriteFile(held, 9, bytes.data(), &done));
+    EXPECT_FALSE(Fat_RenameFile(u"A", u"Longer than ten"));
+    EXPECT_TRUE(Fat_CloseFile(held) && Fat_RenameFile(u"A", u"Longer than ten"));
+    EXPECT_TRUE(!CanOpen(file) && Fat_RenameFile(u"Longer than ten", u"A"));
+    EXPECT_TRUE(ReadWhole(file) == bytes && List(directory).size() == 20);
+    EXPECT_TRUE(mounted.Unmount());
+    EXPECT_EQ(CheckImage(disk).Text(), "");
+}
+
 }  // namespace
 }  // namespace fatvol::test

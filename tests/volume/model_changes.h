@@ -122,8 +122,8 @@ struct Model : ModelVolumes {
 
     // ---- Renaming and moving
 
-    // All open paths at or below the new one must keep to the limit; what is not open need not, as
-    // far as the cache does not hold it either.
+    // The new path and those of what is held below it must keep to the limit; where others do not,
+    // the model could not open them afterwards.
     template <class Call>
     void Carry(const NodeRef& node, const std::u16string& to, bool expected, Call call) {
         bool fits = true, allFit = true;
