@@ -133,18 +133,6 @@ void GiveBackBlock(CacheBlock& block) {
     cache.freeStack[--cache.blocksTaken] = &block;
 }
 
-FatStatus EvictBlock(CacheBlock& block) {
-    if (block.dirty != 0) {
-        const FatStatus status = WriteBackBlock(block);
-        if (Failed(status)) {
-            MoveLast(SharedBlockCache->recency, block);
-            return status;
-        }
-        block.dirty = 0;
-    }
-    RemoveBlock(block);
-    return STATUS_SUCCESS;
-}
 
 FatStatus WriteBackBlock(const CacheBlock& block) {
     return DirectWrite(*block.owner, block.fileOffset, block.data);
@@ -194,7 +182,37 @@ void ForEachBlock(const CFatFile& file, Action action) {
     }
 }
 
+// Entries move towards the start of their directory, so what lies before a block of it goes first:
+// nothing is gone from the volume before it stands there in its new place.
+FatStatus WriteDirectoryBlocksBefore(const CacheBlock& block) {
+    FatStatus status = STATUS_SUCCESS;
+    ForEachBlock(*block.owner, [&](CacheBlock& other) {
+        if (Succeeded(status) && other.dirty != 0 && other.fileOffset < block.fileOffset) {
+            status = WriteBackBlock(other);
+            other.dirty = Failed(status) ? 1 : 0;
+        }
+    });
+    return status;
+}
+
 }  // namespace
+
+FatStatus EvictBlock(CacheBlock& block) {
+    if (block.dirty != 0) {
+        FatStatus status =
+            IsDirectory(*block.owner) ? WriteDirectoryBlocksBefore(block) : STATUS_SUCCESS;
+        if (Succeeded(status)) {
+            status = WriteBackBlock(block);
+        }
+        if (Failed(status)) {
+            MoveLast(SharedBlockCache->recency, block);
+            return status;
+        }
+        block.dirty = 0;
+    }
+    RemoveBlock(block);
+    return STATUS_SUCCESS;
+}
 
 bool FlushFileBlocks(CFatFile& file) {
     bool allWritten = true;

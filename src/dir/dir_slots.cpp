@@ -72,6 +72,8 @@ FatStatus WriteDirSlots(CFatFile& directory, std::uint32_t slot, std::uint32_t c
 
 namespace {
 
+// What stands behind the old mark must not show as entries, so a new mark in another sector has to
+// be on the volume before the old one goes. If it cannot be written the next flush tells.
 FatStatus MakeEndMark(CFatFile& directory, std::uint32_t slot) {
     ShortEntry entry;
     FatStatus status = ReadDirSlots(directory, slot, 1, &entry);
@@ -79,7 +81,12 @@ FatStatus MakeEndMark(CFatFile& directory, std::uint32_t slot) {
         return status;
     }
     entry.DIR_Name[0] = EndMark;
-    return WriteDirSlots(directory, slot, 1, &entry);
+    status = WriteDirSlots(directory, slot, 1, &entry);
+    FatVolume& volume = *directory.volume;
+    if (Succeeded(status) && slot * DirEntrySize % volume.bytesPerSector == 0) {
+        volume.hasUntoldFailure = !FlushFileBlocks(directory) || volume.hasUntoldFailure;
+    }
+    return status;
 }
 
 }  // namespace

@@ -202,8 +202,9 @@ FatStatus FlushDirectories(FatVolume& volume, bool* allWritten) {
     return status;
 }
 
-bool FlushVolume(FatVolume& volume) {
-    const bool wasTold = !std::exchange(volume.hasUntoldFailure, false);
+namespace {
+
+bool WriteEverything(FatVolume& volume) {
     const bool filesWritten = FlushFiles(volume);
     bool directoriesWritten = false;
     if (Failed(FlushDirectories(volume, &directoriesWritten))) {
@@ -215,8 +216,15 @@ bool FlushVolume(FatVolume& volume) {
         }
         volume.fatTable.changedSinceCopy.reset();
     }
-    const bool isAllTold = wasTold && !std::exchange(volume.hasUntoldFailure, false);
-    return filesWritten && directoriesWritten && isAllTold && !volume.isUncertain;
+    return filesWritten && directoriesWritten;
+}
+
+}  // namespace
+
+bool FlushVolume(FatVolume& volume) {
+    const bool isWritten = WriteEverything(volume);
+    const bool hasUntoldFailure = std::exchange(volume.hasUntoldFailure, false);
+    return isWritten && !hasUntoldFailure && !volume.isUncertain;
 }
 
 }  // namespace fatvol

@@ -229,7 +229,7 @@ struct Walker {
             Expect(node.Size() == 0, path, "directory with a size");
             if (geometry.HasCluster(first) && used[first]) {
                 Expect(false, path, "shares cluster " + std::to_string(first));
-            } else {
+            } else if (slot[0] != '.') {
                 pending.push_back({path, first, visit.isRoot ? 0 : visit.firstCluster, false});
             }
         } else {
