@@ -30,8 +30,10 @@ void DetachObjects(FatVolume& volume, DirtyBlocks dirtyBlocks) {
 
 FatStatus UnmountVolume(FatVolume& volume) {
     if (volume.state == VolumeState::Mounted) {
-        // Its counts are hints that nobody has to believe.
-        (void)ResetFsInfo(volume);
+        // Its counts are hints that nobody has to believe, but a second try costs little.
+        if (Failed(ResetFsInfo(volume))) {
+            (void)ResetFsInfo(volume);
+        }
         if (HasGrownDirectory(volume)) {
             // What fails there is tried again below, but for links that cannot be set: they would
             // need a part of the FAT that cannot be read.
