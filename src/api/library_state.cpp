@@ -64,7 +64,7 @@ void DestroyLibrary() {
 }
 
 bool IsLibraryReady() {
-    return Library && !StorageInCall;
+    return Library && !StorageCall::IsAnyUnderWay();
 }
 
 bool IsMountedVolume(const FatVolume* volume) {

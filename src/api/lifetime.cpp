@@ -13,17 +13,14 @@ using namespace fatvol;
 
 namespace {
 
-// A storage object that a mounted volume owns already must not get a second owner.
+// A storage object that is owned already, by a mounted volume or by the call that mounts it or
+// deletes it, must not get a second owner.
 bool IsStorageInUse(const CFatStorage* storage) {
-    if (storage == StorageInCall) {
-        return storage != nullptr;
+    const FatVolume* volume = Library ? Library->mountedVolumes.get() : nullptr;
+    while (volume && volume->storage.get() != storage) {
+        volume = volume->nextMounted.get();
     }
-    for (const FatVolume* v = Library->mountedVolumes.get(); v; v = v->nextMounted.get()) {
-        if (v->storage.get() == storage) {
-            return true;
-        }
-    }
-    return false;
+    return volume || StorageCall::IsUnderWay(storage);
 }
 
 }  // namespace
@@ -46,11 +43,14 @@ bool Fat_LibTerminate(void) noexcept {
 }
 
 FatVolume* Fat_Mount(CFatStorage* storage, void* parameter) noexcept {
-    if (Library && storage && IsStorageInUse(storage)) {
+    if (IsStorageInUse(storage)) {
         return nullptr;
     }
+    const bool isReady = IsLibraryReady();
+    // Its blocks may need the place of another volume's, whose storage is called then.
+    const StorageCall call(storage);
     StorageOwner owned(storage);
-    if (!IsLibraryReady()) {
+    if (!isReady) {
         return nullptr;
     }
     Library->currentVolume = nullptr;

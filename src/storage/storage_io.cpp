@@ -1,32 +1,23 @@
 #include "storage/storage_io.h"
 
-#include <utility>
-
 #include "api/fatvol.h"
 
 namespace fatvol {
 
-const CFatStorage* StorageInCall = nullptr;
+bool StorageCall::IsUnderWay(const CFatStorage* storage) {
+    const StorageCall* call = innermost;
+    while (call && call->storage != storage) {
+        call = call->outer;
+    }
+    return call != nullptr;
+}
 
 namespace {
-
-// The time in which host code of a storage runs. One storage may be deleted within a call of
-// another.
-class HostCall {
-public:
-    explicit HostCall(const CFatStorage& storage) : outer(std::exchange(StorageInCall, &storage)) {}
-    ~HostCall() { StorageInCall = outer; }
-    HostCall(const HostCall&) = delete;
-    HostCall& operator=(const HostCall&) = delete;
-
-private:
-    const CFatStorage* const outer;
-};
 
 // Runs host code of a storage that returns a status.
 template <class Code>
 FatStatus Guarded(const CFatStorage& storage, Code code) {
-    const HostCall call(storage);
+    const StorageCall call(&storage);
     try {
         return static_cast<FatStatus>(code());
     } catch (...) {
@@ -45,7 +36,7 @@ FatStatus Transfer(StorageTransferProc proc, CFatStorage& storage, const void* b
 }  // namespace
 
 void DeleteStorage::operator()(CFatStorage* storage) const {
-    const HostCall call(*storage);
+    const StorageCall call(storage);
     delete storage;
 }
 

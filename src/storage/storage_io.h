@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 #include "storage/boot_sector.h"
 #include "storage/fat_status.h"
@@ -13,9 +14,27 @@ class CFatStorage;
 
 namespace fatvol {
 
-// The storage whose host code is running, or null. Called from there every exported function fails:
-// the library is in the middle of a change.
-extern const CFatStorage* StorageInCall;
+// The time in which a storage is being mounted, or host code of it runs. Called from host code
+// every exported function fails: the library is in the middle of a change. Storages may be deleted
+// there all the same, within a call of another one, so these times nest; each is an object on the
+// stack.
+class StorageCall {
+public:
+    explicit StorageCall(const CFatStorage* used)
+        : storage(used), outer(std::exchange(innermost, this)) {}
+    ~StorageCall() { innermost = outer; }
+    StorageCall(const StorageCall&) = delete;
+    StorageCall& operator=(const StorageCall&) = delete;
+
+    static bool IsAnyUnderWay() { return innermost != nullptr; }
+    // Whether one of this storage is under way, be it the innermost or not.
+    static bool IsUnderWay(const CFatStorage* storage);
+
+private:
+    static inline const StorageCall* innermost = nullptr;
+    const CFatStorage* const storage;
+    const StorageCall* const outer;
+};
 
 // Owns a host's storage object, whose destructor is host code too.
 struct DeleteStorage {

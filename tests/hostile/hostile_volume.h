@@ -78,9 +78,31 @@ struct HostileDisk : MemoryDisk {
     }
 };
 
+// Mounts another storage again when it is deleted.
+struct MountingStorage : CFatStorage {
+    explicit MountingStorage(CFatStorage* storage) : other(storage) {}
+    ~MountingStorage() override { HostileDisk::hasWorkedWithin |= !!Fat_Mount(other, nullptr); }
+    int OpenDevice(void*) override { return -1; }
+    bool CloseDevice() override { return true; }
+    void PrepareDevice() override {}
+
+    CFatStorage* const other;
+};
+
 class HostileStorage : public MemoryStorage {
 public:
     explicit HostileStorage(HostileDisk& hostile) : MemoryStorage(hostile), disk(hostile) {}
+    ~HostileStorage() override { MountAgain(); }
+
+    int OpenDevice(void* parameter) override {
+        MountAgain();
+        return MemoryStorage::OpenDevice(parameter);
+    }
+
+    bool CloseDevice() override {
+        MountAgain();
+        return MemoryStorage::CloseDevice();
+    }
 
     void PrepareDevice() override {
         StorageTransferProc* const procs[] = {&ReadBytesProc,        &WriteBytesProc,
@@ -98,6 +120,12 @@ public:
     }
 
 private:
+    // From within itself, and from within one that is deleted there at once.
+    void MountAgain() {
+        disk.hasWorkedWithin |=
+            Fat_Mount(this, nullptr) || Fat_Mount(new MountingStorage(this), nullptr);
+    }
+
     static void LyingGetMpb(void* bootSector, void* mpb) {
         _GetMpb(bootSector, mpb);
         auto& byte = static_cast<uint8_t*>(mpb)[lie % 28];

@@ -1,8 +1,10 @@
 // The life of the library, of volumes and of handles, and calls that must fail without effect.
 #include <climits>
 #include <cstring>
+#include <functional>
 
 #include "fixture.h"
+#include "platform/cache_sizes.h"
 #include "volume/fat_table.h"
 
 namespace fatvol::test {
@@ -130,6 +132,36 @@ TEST_F(VolumeTest, SecondUnmountFinishesAFailedOne) {
         const Mounted again(disk);
         EXPECT_TRUE(Fat_CloseFile(file));
     }
+}
+
+struct CallingDisk : MemoryDisk {
+    using MemoryDisk::MemoryDisk;
+    int Transfer(const Call& call, unsigned char* buffer, unsigned int sectorBytes) override {
+        callHost();
+        return MemoryDisk::Transfer(call, buffer, sectorBytes);
+    }
+
+    std::function<void()> callHost = [] {};
+};
+
+// The blocks of a volume that is being mounted take the place of another one's, whose storage is
+// written to then, and mounts the first one's once more.
+TEST_F(VolumeTest, StorageBeingMountedIsInUse) {
+    ImageBuilder builder({.sectorsPerCluster = 64}), other = OneFile('o');
+    CallingDisk disk(builder.disk.sizeBytes);
+    disk.Restore(builder.disk.Snapshot());
+    const Mounted mounted(disk);
+    EXPECT_TRUE(Fat_CloseFile(Fat_CreateFile(u"BIG", CacheBlockCount * blockBytes, 0)));
+    for (uint64_t i = 0; i < CacheBlockCount; ++i) {
+        EXPECT_TRUE(WriteAt(File(u"BIG").handle, i * blockBytes, {'x'}));
+    }
+    auto* const storage = new MemoryStorage(other.disk);
+    int calls = 0;
+    disk.callHost = [&] { calls += Fat_Mount(storage, nullptr) ? 100 : 1; };
+    FatVolume* const volume = Fat_Mount(storage, nullptr);
+    disk.callHost = [] {};
+    EXPECT_TRUE(calls == 1 && volume && other.disk.counters.destroyed == 0);
+    EXPECT_TRUE(Fat_Unmount(volume) && other.disk.counters.destroyed == 1);
 }
 
 // Mounting fails, the storage is closed if it could be opened, and no volume is current.
