@@ -13,17 +13,17 @@ namespace fatvol {
 namespace {
 
 // Opens the directory of the walk's next component, or makes it.
-FatStatus OpenOrMake(FatVolume& volume, CFatFile& directory, const char16_t* component,
-                     FileReference* object) {
+FatStatus OpenOrMake(FatVolume& volume, const PathKeys& keys, CFatFile& directory,
+                     const char16_t* component, FileReference* object) {
     const DirItem* item = FindDirItem(directory, component);
     if (!item) {
         return CreateSubdirectory(directory, component, 0, object);
     }
-    return IsDirectory(item->entry) ? OpenItem(volume, *item, object) : STATUS_NOT_FOUND;
+    return IsDirectory(item->entry) ? OpenItem(volume, keys, *item, object) : STATUS_NOT_FOUND;
 }
 
 // The parent directory of a path, made with all that is missing on the way.
-FatStatus MakeParentPath(FatVolume& volume, const PathKeys& keys, FileReference* parent) {
+FatStatus MakeParentPath(FatVolume& volume, PathKeys& keys, FileReference* parent) {
     PathWalk walk = StartWalk(volume, keys);
     char16_t component[PathBufferUnits];
     for (;;) {
@@ -36,7 +36,7 @@ FatStatus MakeParentPath(FatVolume& volume, const PathKeys& keys, FileReference*
         }
         NextComponent(walk, component);
         FileReference next;
-        FatStatus status = OpenOrMake(volume, *walk.directory, component, &next);
+        FatStatus status = OpenOrMake(volume, keys, *walk.directory, component, &next);
         if (Succeeded(status)) {
             status = StepInto(volume, keys, std::move(next), walk);
         }

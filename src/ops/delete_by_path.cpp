@@ -14,7 +14,7 @@ FatStatus DeleteByPath(FatVolume& volume, const char16_t* path) {
     FatStatus status = FindUnusedEntry(volume, keys, &entry);
     const bool isCached = static_cast<bool>(entry.object);
     if (Succeeded(status) && !isCached) {
-        status = OpenItem(volume, *entry.parent.item, &entry.object);
+        status = OpenItem(volume, keys, *entry.parent.item, &entry.object);
     }
     if (Failed(status)) {
         return status;

@@ -12,7 +12,7 @@ CFatFile* TouchCached(FatVolume& volume, const PathKeys& keys) {
     return open;
 }
 
-FatStatus FindEntry(FatVolume& volume, const PathKeys& keys, CFatFile* open, PathEntry* entry) {
+FatStatus FindEntry(FatVolume& volume, PathKeys& keys, CFatFile* open, PathEntry* entry) {
     if (!open) {
         return FindPathEntry(volume, keys, &entry->parent.directory, &entry->parent.item);
     }
@@ -20,7 +20,7 @@ FatStatus FindEntry(FatVolume& volume, const PathKeys& keys, CFatFile* open, Pat
     return FindParentEntry(*open, &entry->parent);
 }
 
-FatStatus FindUnusedEntry(FatVolume& volume, const PathKeys& keys, PathEntry* entry) {
+FatStatus FindUnusedEntry(FatVolume& volume, PathKeys& keys, PathEntry* entry) {
     CFatFile* open = TouchCached(volume, keys);
     return open && IsInUse(*open) ? STATUS_FILE_INVALID : FindEntry(volume, keys, open, entry);
 }

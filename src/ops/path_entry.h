@@ -20,10 +20,10 @@ inline bool IsInUse(const CFatFile& cached) {
 
 // Finds the entry of a path whose cached object, if there is one, is `open`. Failures are those of
 // FindParentEntry and FindPathEntry.
-FatStatus FindEntry(FatVolume& volume, const PathKeys& keys, CFatFile* open, PathEntry* entry);
+FatStatus FindEntry(FatVolume& volume, PathKeys& keys, CFatFile* open, PathEntry* entry);
 
 // The same for an operation that an object in use refuses: STATUS_FILE_INVALID then.
-FatStatus FindUnusedEntry(FatVolume& volume, const PathKeys& keys, PathEntry* entry);
+FatStatus FindUnusedEntry(FatVolume& volume, PathKeys& keys, PathEntry* entry);
 
 // The cached object of a path, made the most recently used one, or null.
 CFatFile* TouchCached(FatVolume& volume, const PathKeys& keys);

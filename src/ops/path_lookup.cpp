@@ -13,15 +13,28 @@ namespace {
 
 constexpr char16_t Separator = u'\\';
 
-// Whether another open directory has clusters of this one: chains that meet end in one cluster. Two
-// listings of the same entries would write over each other's changes, and a directory that contains
-// itself would be loaded anew for each component of a path.
-bool MeetsOpenDirectory(const CFatFile& directory) {
+// Where the chain of an object ends: one that meets it ends there too. 0 without clusters.
+std::uint32_t EndOf(const CFatFile& object) {
+    return TotalClusters(object.runs) != 0 ? LastLinkedCluster(object) : 0;
+}
+
+// Whether another open directory, or one on the way to this one, has clusters of it. Two listings
+// of the same entries would write over each other's changes, and directories in a circle, which
+// need not stay open so long, would be loaded anew for each component of a path.
+bool MeetsAnother(const CFatFile& directory, const PathKeys& keys) {
+    const std::uint32_t end = EndOf(directory);
+    if (end == 0) {
+        return false;
+    }
+    for (std::uint32_t i = 0; i < keys.prefixCount; ++i) {
+        if (keys.prefixes[i].lastCluster == end) {
+            return true;
+        }
+    }
     const auto& live = directory.volume->liveObjects;
-    for (auto* link = live.next; directory.firstCluster != 0 && link != &live; link = link->next) {
+    for (auto* link = live.next; link != &live; link = link->next) {
         const auto& other = static_cast<const CFatFile&>(*link);
-        if (&other != &directory && IsDirectory(other) && TotalClusters(other.runs) != 0 &&
-            LastLinkedCluster(other) == LastLinkedCluster(directory)) {
+        if (&other != &directory && IsDirectory(other) && EndOf(other) == end) {
             return true;
         }
     }
@@ -39,7 +52,7 @@ void MakePathKeys(const char16_t* path, PathKeys* keys) {
         const char16_t unit = UpcaseUnit(path[length]);
         keys->folded[length] = FoldUnit(path[length]);
         if (unit == Separator) {
-            keys->prefixes[keys->prefixCount++] = {hasher.Key(), path + length + 1};
+            keys->prefixes[keys->prefixCount++] = {hasher.Key(), path + length + 1, 0};
         }
         hasher.Add(unit);
     }
@@ -51,14 +64,15 @@ CFatFile* LookupOpenObject(const FatVolume& volume, const PathKeys& keys) {
     return FindOpenObject(volume.openObjects, keys.fullKey, keys.folded);
 }
 
-FatStatus OpenItem(FatVolume& volume, const DirItem& item, FileReference* object) {
+FatStatus OpenItem(FatVolume& volume, const PathKeys& keys, const DirItem& item,
+                   FileReference* object) {
     FileReference opened = NewFatFile();
     if (!opened) {
         return STATUS_NO_MEMORY;
     }
     FatStatus status = InitFromItem(*opened, volume, item);
     if (Succeeded(status) && IsDirectory(*opened)) {
-        status = MeetsOpenDirectory(*opened) ? STATUS_FILE_CORRUPT_ERROR : LoadDirListing(*opened);
+        status = MeetsAnother(*opened, keys) ? STATUS_FILE_CORRUPT_ERROR : LoadDirListing(*opened);
     }
     if (Failed(status)) {
         return status == STATUS_NO_MEMORY ? status : STATUS_FILE_CORRUPT_ERROR;
@@ -67,11 +81,12 @@ FatStatus OpenItem(FatVolume& volume, const DirItem& item, FileReference* object
     return STATUS_SUCCESS;
 }
 
-PathWalk StartWalk(FatVolume& volume, const PathKeys& keys) {
+PathWalk StartWalk(FatVolume& volume, PathKeys& keys) {
     for (std::uint32_t i = keys.prefixCount; i-- > 0;) {
-        const PrefixKey& prefix = keys.prefixes[i];
+        PrefixKey& prefix = keys.prefixes[i];
         if (CFatFile* open = FindOpenObject(volume.openObjects, prefix.key, keys.folded)) {
             TouchOpenObject(volume.openObjects, *open);
+            prefix.lastCluster = EndOf(*open);
             return {FileReference::To(*open), prefix.rest, i + 1};
         }
     }
@@ -87,20 +102,20 @@ const char16_t* NextComponent(const PathWalk& walk, char16_t* component) {
     return path;
 }
 
-FatStatus StepInto(FatVolume& volume, const PathKeys& keys, FileReference object, PathWalk& walk) {
-    const PrefixKey& prefix = keys.prefixes[walk.prefix];
+FatStatus StepInto(FatVolume& volume, PathKeys& keys, FileReference object, PathWalk& walk) {
+    PrefixKey& prefix = keys.prefixes[walk.prefix];
     PreparedKey key;
     const FatStatus status = PrepareKey(volume, prefix.key, keys.folded, &key);
     if (Failed(status)) {
         return status;
     }
+    prefix.lastCluster = EndOf(*object);
     CacheObject(*object, std::move(key));
     walk = {std::move(object), prefix.rest, walk.prefix + 1};
     return STATUS_SUCCESS;
 }
 
-FatStatus FindPathEntry(FatVolume& volume, const PathKeys& keys, FileReference* parent,
-                        DirItem** item) {
+FatStatus FindPathEntry(FatVolume& volume, PathKeys& keys, FileReference* parent, DirItem** item) {
     PathWalk walk = StartWalk(volume, keys);
     char16_t component[PathBufferUnits];
     for (;;) {
@@ -118,7 +133,7 @@ FatStatus FindPathEntry(FatVolume& volume, const PathKeys& keys, FileReference* 
             return STATUS_SUCCESS;
         }
         FileReference opened;
-        FatStatus status = OpenItem(volume, *found, &opened);
+        FatStatus status = OpenItem(volume, keys, *found, &opened);
         if (Succeeded(status)) {
             status = StepInto(volume, keys, std::move(opened), walk);
         }
@@ -141,7 +156,7 @@ FatStatus OpenByPath(FatVolume& volume, const char16_t* path, FileReference* obj
     FatStatus status = FindPathEntry(volume, keys, &parent, &item);
     FileReference opened;
     if (Succeeded(status)) {
-        status = OpenItem(volume, *item, &opened);
+        status = OpenItem(volume, keys, *item, &opened);
     }
     PreparedKey key;
     if (Succeeded(status)) {

@@ -1,7 +1,10 @@
 // Directories and chains that no sound volume has: what can be read of them is, the rest is
 // refused.
+#include <deque>
+
 #include "fixture.h"
 #include "ops/name_key.h"
+#include "platform/cache_sizes.h"
 
 namespace fatvol::test {
 namespace {
@@ -104,6 +107,33 @@ TEST_F(VolumeTest, TransfersNothingBehindAChain) {
         EXPECT_FALSE(WriteAt(file.handle, blockBytes, Bytes(blockBytes)));
         EXPECT_FALSE(CanOpen(path + u"\\F"));  // no directory
     }
+}
+
+// Not even while the open files leave no room to keep the directories behind.
+TEST_F(VolumeTest, GoesRoundNoCircleOfDirectories) {
+    ImageBuilder builder({});
+    const auto name = [](uint32_t i) { return u"F" + std::u16string(1, char16_t(0x4E00 + i)); };
+    for (uint32_t i = 0; i < OpenObjectLimit; ++i) {
+        builder.AddFile(builder.root, name(i));
+    }
+    const size_t a = builder.AddDirectory(builder.root, u"A");
+    const size_t c = builder.AddDirectory(builder.AddDirectory(a, u"B"), u"C");
+    builder.AddRawSlots(c,
+                        {MakeShortEntry(*PlainShortName(u"A"), 0x10, builder.FirstCluster(a), 0)});
+    const Mounted mounted(builder.disk);
+    std::deque<File> files;
+    for (uint32_t i = 0; i < OpenObjectLimit; ++i) {
+        EXPECT_GE(files.emplace_back(name(i)).handle, 0);
+    }
+    std::u16string path = u"A";
+    for (int i = 0; i < 40; ++i) {
+        path += u"\\B\\C\\A";
+    }
+    builder.disk.keepCalls = true;
+    FatFileInfo info{};
+    EXPECT_EQ(Fat_FindFirstFile(path.c_str(), &info), -1);
+    EXPECT_FALSE(Fat_CreateDir(path.c_str(), 0) || Fat_DeleteFile(path.c_str()));
+    EXPECT_LE(TakeCalls(builder.disk).size(), 9U);
 }
 
 // Names that only their text tells apart: of 8.3 names the packed bytes are what the key is made
