@@ -29,8 +29,10 @@ FatStatus Transfer(StorageTransferProc proc, CFatStorage& storage, const void* b
                    std::uint64_t position, std::uint32_t count) {
     // One callback signature serves both directions; a write callback only reads the buffer.
     auto* bytes = const_cast<unsigned char*>(static_cast<const unsigned char*>(buffer));
-    return Guarded(storage,
-                   [&] { return proc(&storage, bytes, static_cast<long long>(position), count); });
+    const auto transfer = [&] {
+        return proc(&storage, bytes, static_cast<long long>(position), count);
+    };
+    return proc ? Guarded(storage, transfer) : STATUS_DRIVER_INTERNAL_ERROR;
 }
 
 }  // namespace
@@ -79,10 +81,11 @@ void CloseStorage(CFatStorage& storage) {
 }
 
 FatStatus ReadMpb(CFatStorage& storage, Mpb* mpb) {
-    return Guarded(storage, [&] {
+    const auto fill = [&] {
         storage.GetMpbProc(storage.DbrBuffer, mpb);
         return 0;
-    });
+    };
+    return storage.GetMpbProc ? Guarded(storage, fill) : STATUS_DRIVER_INTERNAL_ERROR;
 }
 
 }  // namespace fatvol

@@ -1,6 +1,6 @@
 // The library's side of the host's storage object: every call of the host's code goes through
 // here. An exception that a host callback lets out becomes STATUS_DRIVER_INTERNAL_ERROR, so that
-// none travels through the library.
+// none travels through the library; a callback that the host has taken back fails with it too.
 #pragma once
 
 #include <cstdint>

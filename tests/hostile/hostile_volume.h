@@ -45,8 +45,9 @@ struct HostileDisk : MemoryDisk {
     static inline uint64_t storageCalls = 0;     // of all disks
     static inline bool hasWorkedWithin = false;  // what is called from a storage
     // How the host breaks its word, none while 0:
-    uint32_t spoiltCallback = 0;  // 1 to 7: PrepareDevice leaves this one null; 8: it throws
-    uint32_t mpbLie = 0;          // byte of the record; in the next 8 bits what is added to it
+    // 1 to 7: PrepareDevice leaves this one null; 8: it throws; 9 to 16: the same of IsDbrOk.
+    uint32_t spoiltCallback = 0;
+    uint32_t mpbLie = 0;  // byte of the record; in the next 8 bits what is added to it
     bool throwsInTransfers = false;
     bool transfersHalf = false;  // and says that it was all
     bool hasLied = false;        // at any time
@@ -105,21 +106,31 @@ public:
     }
 
     void PrepareDevice() override {
-        StorageTransferProc* const procs[] = {&ReadBytesProc,        &WriteBytesProc,
-                                              &ReadBytesAlignedProc, &WriteBytesAlignedProc,
-                                              &ReadSectorsProc,      &WriteSectorsProc};
         MemoryStorage::PrepareDevice();
-        GetMpbProc = disk.spoiltCallback == 7 ? nullptr : &LyingGetMpb;
+        GetMpbProc = &LyingGetMpb;
         lie = disk.mpbLie;
-        if (disk.spoiltCallback == 8) {
-            throw std::runtime_error("host");
-        }
-        if (disk.spoiltCallback >= 1 && disk.spoiltCallback <= 6) {
-            *procs[disk.spoiltCallback - 1] = nullptr;
-        }
+        Spoil(disk.spoiltCallback);
+    }
+
+    bool IsDbrOk(void* bootSector) override {
+        Spoil(disk.spoiltCallback - 8);
+        return MemoryStorage::IsDbrOk(bootSector);
     }
 
 private:
+    void Spoil(uint32_t callback) {
+        StorageTransferProc* const procs[] = {&ReadBytesProc,        &WriteBytesProc,
+                                              &ReadBytesAlignedProc, &WriteBytesAlignedProc,
+                                              &ReadSectorsProc,      &WriteSectorsProc};
+        if (callback == 8) {
+            throw std::runtime_error("host");
+        } else if (callback == 7) {
+            GetMpbProc = nullptr;
+        } else if (callback >= 1 && callback <= 6) {
+            *procs[callback - 1] = nullptr;
+        }
+    }
+
     // From within itself, and from within one that is deleted there at once.
     void MountAgain() {
         disk.hasWorkedWithin |=

@@ -281,7 +281,7 @@ private:
         const std::function<void()> changes[] = {[&] { disk.Repair(); },
                                                  [&] { disk.failure = plan; },
                                                  [&] { disk.openResult = -1; },
-                                                 [&] { disk.spoiltCallback = 1 + amount % 8; },
+                                                 [&] { disk.spoiltCallback = 1 + amount % 16; },
                                                  [&] { disk.mpbLie = 1 + kind * 256 + amount; },
                                                  [&] { disk.throwsInTransfers = true; },
                                                  [&] { disk.transfersHalf = true; },
