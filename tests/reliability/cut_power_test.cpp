@@ -2,6 +2,7 @@
 // changes something, and with some of the writes since the last flush missing.
 #include <cstring>
 #include <iostream>
+#include <numeric>
 
 #include "workload.h"
 
@@ -240,6 +241,63 @@ TEST_P(CutPower, OfStorageThatReordersWrites) {
         });
     };
     CutEachWrite(GetParam(), false, cut);
+}
+
+// Calls `judge` with the disk as a cut leaves it, after each sector or each whole write.
+template <class Action>
+void ForCuts(MemoryDisk& disk, const std::vector<DiskWrite>& writes, bool isTorn, Action judge) {
+    for (const DiskWrite& write : writes) {
+        const std::vector<size_t> whole{write.bytes.size()};
+        for (const size_t length : isTorn ? TornLengths(disk, write) : whole) {
+            disk.Write(write.positionBytes, write.bytes.data(), length);
+            judge(FoldedTree(disk));
+        }
+    }
+}
+
+// Another system may leave anything behind the end mark, here in the next sector.
+TEST_F(VolumeTest, EndMarksGoOutBeforeTheEntriesInTheirPlace) {
+    ImageBuilder builder({});
+    for (char16_t name = u'A'; name < u'P'; ++name) {
+        builder.AddFile(builder.root, {name});
+    }
+    const Slot left = MakeShortEntry(*PlainShortName(u"LEFT"), 0x20, 0, 0);
+    builder.disk.Write(builder.geometry.rootPosition + 16 * 32, left.data(), 32);
+    MemoryDisk disk = builder.disk;
+    disk.keepWrites = true;
+    const Mounted mounted(disk);
+    EXPECT_TRUE(Fat_CreateDir(u"NEW", 0) && Fat_FlushVolume(mounted.volume));
+    ForCuts(builder.disk, disk.writes, true,
+            [](const Tree& tree) { EXPECT_FALSE(tree.contains(u"LEFT")); });
+}
+
+// They move from the second block to the first one, which is used again before both have to go.
+TEST_F(VolumeTest, EntriesMovedTogetherAreNeverGone) {
+    ImageBuilder builder({.fatType = 32, .sectorsPerCluster = 8, .clusterCount = 70000});
+    std::vector<Slot> slots;
+    for (int i = 0; i < 9214; ++i) {  // whole clusters with the dot entries
+        const std::string digits = std::to_string(i);
+        ShortName name{'F'};
+        std::fill(std::copy(digits.begin(), digits.end(), name.begin() + 1), name.end(), ' ');
+        slots.push_back(MakeShortEntry(name, 0x20, 0, 0));
+    }
+    slots[9][0] = slots[4000][0] = slots[8500][0] = 0xE5;
+    builder.AddRawSlots(builder.AddDirectory(builder.root, u"D"), slots);
+    EntryOptions huge;
+    huge.size = (CacheBlockCount + 1) * CacheBlockSize;
+    huge.clusters.resize(*huge.size / 4096);
+    std::iota(huge.clusters.begin(), huge.clusters.end(), 20000);
+    builder.AddFile(builder.root, hugeName, {}, huge);
+    MemoryDisk disk = builder.disk;
+    disk.keepWrites = true;
+    const Mounted mounted(disk);
+    EXPECT_TRUE(Fat_CreateDir(u"D\\in three slots", 0) && Fat_DeleteFile(u"D\\F0"));
+    EXPECT_EQ(ReadWhole(hugeName).value_or(Bytes()).size(), *huge.size);
+    EXPECT_GT(disk.writes.size(), 1U);
+    ForCuts(builder.disk, disk.writes, false, [](const Tree& tree) {
+        const auto isFile = [](const auto& each) { return each.first.starts_with(u"D\\F"); };
+        EXPECT_GE(std::count_if(tree.begin(), tree.end(), isFile), 9210);
+    });
 }
 
 }  // namespace
