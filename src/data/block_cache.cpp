@@ -133,7 +133,6 @@ void GiveBackBlock(CacheBlock& block) {
     cache.freeStack[--cache.blocksTaken] = &block;
 }
 
-
 FatStatus WriteBackBlock(const CacheBlock& block) {
     return DirectWrite(*block.owner, block.fileOffset, block.data);
 }

@@ -72,9 +72,7 @@ FatStatus WriteDirSlots(CFatFile& directory, std::uint32_t slot, std::uint32_t c
 
 namespace {
 
-// What stands behind the old mark must not show as entries, so a new mark in another sector has to
-// be on the volume before the old one goes. If it cannot be written the next flush tells.
-FatStatus MakeEndMark(CFatFile& directory, std::uint32_t slot) {
+FatStatus MakeEndMark(CFatFile& directory, std::uint32_t slot, bool* isChanged) {
     ShortEntry entry;
     FatStatus status = ReadDirSlots(directory, slot, 1, &entry);
     if (Failed(status) || entry.DIR_Name[0] == EndMark) {
@@ -82,8 +80,24 @@ FatStatus MakeEndMark(CFatFile& directory, std::uint32_t slot) {
     }
     entry.DIR_Name[0] = EndMark;
     status = WriteDirSlots(directory, slot, 1, &entry);
+    *isChanged = *isChanged || Succeeded(status);
+    return status;
+}
+
+// What another system has left behind the end mark must not show as entries, after a cut between
+// two sectors either: the sectors up to that of a slot begin with end marks, on the volume too,
+// before anything else changes. If they cannot be written the next flush tells.
+FatStatus ClearSectorsBehindEnd(CFatFile& directory, std::uint32_t lastSlot) {
     FatVolume& volume = *directory.volume;
-    if (Succeeded(status) && slot * DirEntrySize % volume.bytesPerSector == 0) {
+    const std::uint32_t perSector = volume.bytesPerSector / DirEntrySize;
+    const std::uint64_t slotCount = DataSize(directory) / DirEntrySize;
+    std::uint32_t slot = (directory.listing->endSlot / perSector + 1) * perSector;
+    FatStatus status = STATUS_SUCCESS;
+    bool isChanged = false;
+    for (; slot <= lastSlot && slot < slotCount && Succeeded(status); slot += perSector) {
+        status = MakeEndMark(directory, slot, &isChanged);
+    }
+    if (isChanged) {
         volume.hasUntoldFailure = !FlushFileBlocks(directory) || volume.hasUntoldFailure;
     }
     return status;
@@ -95,9 +109,11 @@ FatStatus WriteNewRun(CFatFile& directory, std::uint32_t firstSlot, std::uint32_
                       const void* entries) {
     DirListing& listing = *directory.listing;
     const std::uint32_t end = firstSlot + count;
-    FatStatus status = STATUS_SUCCESS;
-    if (end > listing.endSlot && end < DataSize(directory) / DirEntrySize) {
-        status = MakeEndMark(directory, end);
+    const bool coversMark = end > listing.endSlot;
+    FatStatus status = coversMark ? ClearSectorsBehindEnd(directory, end) : STATUS_SUCCESS;
+    if (Succeeded(status) && coversMark && end < DataSize(directory) / DirEntrySize) {
+        bool isChanged = false;
+        status = MakeEndMark(directory, end, &isChanged);
     }
     if (Succeeded(status)) {
         status = WriteDirSlots(directory, firstSlot, count, entries);
@@ -145,7 +161,10 @@ FatStatus GrowDirectory(CFatFile& directory, std::uint32_t missingSlots) {
 FatStatus Compact(CFatFile& directory, std::uint32_t count, std::uint32_t* firstSlot) {
     const Bitmap& slots = directory.listing->slots;
     // With the whole directory (2 MiB at the most) cached nothing can fail half-way.
-    const FatStatus cached = CacheBlocks(directory, ClipSlots(directory, 0, slots.bitCount));
+    FatStatus cached = CacheBlocks(directory, ClipSlots(directory, 0, slots.bitCount));
+    if (Succeeded(cached)) {
+        cached = ClearSectorsBehindEnd(directory, slots.bitCount);  // while all stands once
+    }
     if (Failed(cached)) {
         return cached;
     }

@@ -44,6 +44,12 @@ constexpr std::uint32_t BadClusterMark(std::uint32_t fatType) {
     return fatType == 12 ? 0xFF7 : fatType == 16 ? 0xFFF7 : 0x0FFFFFF7;
 }
 
+// The end mark where the chain of a directory that has grown waits for its link: one that is
+// written nowhere else, so that it tells whether the cluster has been the directory's ever since.
+constexpr std::uint32_t WaitingEnd(std::uint32_t fatType) {
+    return BadClusterMark(fatType) + 7;
+}
+
 struct FatBlock {
     std::uint32_t blockIndex;
     std::uint32_t firstSector;  // on the volume

@@ -104,9 +104,9 @@ void ForEachObject(FatVolume& volume, Action action) {
     }
 }
 
-// Sets the link from a grown directory's old clusters to its new ones. Where the chain does not end
-// there any more, files of a damaged volume share clusters: it stays as it is. False when the FAT
-// cannot be read.
+// Sets the link from a grown directory's old clusters to its new ones. Where the chain does not
+// wait for that any more, files of a damaged volume share clusters: it stays as it is, and the
+// volume uncertain. False when the FAT cannot be read.
 bool LinkNewClusters(CFatFile& directory) {
     FatVolume& volume = *directory.volume;
     const std::uint32_t last = LastLinkedCluster(directory);
@@ -114,9 +114,10 @@ bool LinkNewClusters(CFatFile& directory) {
     if (Failed(GetFatEntry(volume, last, &next))) {
         return false;
     }
-    const bool isEnd = next > BadClusterMark(volume.fatType);
     const auto linked = static_cast<std::uint32_t>(directory.linkedSize >> volume.clusterShift);
-    if (isEnd && !ForceFatEntry(volume, last, ClusterOf(directory.runs, linked))) {
+    if (next != WaitingEnd(volume.fatType)) {
+        volume.isUncertain = true;
+    } else if (!ForceFatEntry(volume, last, ClusterOf(directory.runs, linked))) {
         return false;
     }
     directory.linkedSize = 0;

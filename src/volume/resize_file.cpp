@@ -70,13 +70,26 @@ FatStatus ChangeSizeOnly(const Resize& resize) {
     return status;
 }
 
-// The entry of an object's cluster in the FAT, which must be `expected`, or an end mark for
-// EndOfChain. It is another one where files of a damaged volume share clusters and one of them has
-// freed or relinked them: going on would put clusters in use that are free, or the reverse.
+// Whether a cluster is the one at which a directory waits for its link.
+bool IsWaitedAt(const FatVolume& volume, std::uint32_t cluster) {
+    const auto* link = volume.liveObjects.next;
+    for (; link != &volume.liveObjects; link = link->next) {
+        const auto& object = static_cast<const CFatFile&>(*link);
+        if (object.linkedSize != 0 && LastLinkedCluster(object) == cluster) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The entry of an object's cluster in the FAT, which must be `expected`, or an end mark of its own
+// for EndOfChain. It is another one where files of a damaged volume share clusters and one of them
+// has freed or relinked them: going on would put clusters in use that are free, or the reverse.
 FatStatus ReadLink(FatVolume& volume, std::uint32_t cluster, std::uint32_t expected,
                    std::uint32_t* value) {
     const FatStatus status = GetFatEntry(volume, cluster, value);
-    const bool isEnd = *value > BadClusterMark(volume.fatType);
+    const bool isEnd = *value > BadClusterMark(volume.fatType) &&
+                       (*value != WaitingEnd(volume.fatType) || !IsWaitedAt(volume, cluster));
     const bool isExpected = expected == EndOfChain ? isEnd : *value == expected;
     return Failed(status) || isExpected ? status : STATUS_FILE_CORRUPT_ERROR;
 }
@@ -126,7 +139,7 @@ void UndoGrowth(Resize& resize, const Addition& added) {
                                static_cast<std::uint32_t>(resize.oldAllocated / DirEntrySize));
         object.linkedSize = waits ? 0 : object.linkedSize;
     }
-    if (added.last != 0 && !waits && !ForceFatEntry(volume, added.last, added.lastValue)) {
+    if (added.last != 0 && !ForceFatEntry(volume, added.last, added.lastValue)) {
         (void)ForceChain(volume, added.clusters);
         volume.isUncertain = true;
     } else if (ForceFree(volume, added.clusters)) {
@@ -141,10 +154,13 @@ FatStatus LinkAddition(Resize& resize, const Addition& added) {
     if (IsDirectory(object) && object.linkedSize == 0) {
         object.linkedSize = resize.oldAllocated;
     }
-    if (added.last == 0 || object.linkedSize == resize.oldAllocated) {
+    if (added.last == 0) {
         return STATUS_SUCCESS;
     }
-    return SetFatEntry(resize.volume, added.last, added.clusters.runs[1].startCluster);
+    FatVolume& volume = resize.volume;
+    const bool waits = object.linkedSize == resize.oldAllocated;
+    return SetFatEntry(volume, added.last,
+                       waits ? WaitingEnd(volume.fatType) : added.clusters.runs[1].startCluster);
 }
 
 // Makes the added clusters the object's. The room for the runs was reserved.
@@ -210,7 +226,7 @@ FatStatus Grow(Resize& resize) {
 // What the FAT holds for the cluster before a file cluster index.
 std::uint32_t LinkTo(const CFatFile& object, std::uint32_t index) {
     const bool waits = std::uint64_t{index} << object.volume->clusterShift == object.linkedSize;
-    return waits ? EndOfChain : ClusterOf(object.runs, index);
+    return waits ? WaitingEnd(object.volume->fatType) : ClusterOf(object.runs, index);
 }
 
 // A chain to be cut: the clusters from file index `kept` on, the last run first.

@@ -136,6 +136,35 @@ TEST_F(VolumeTest, GoesRoundNoCircleOfDirectories) {
     EXPECT_LE(TakeCalls(builder.disk).size(), 9U);
 }
 
+// A file that shares the last cluster of a directory which has grown, and waits for its link.
+TEST_F(VolumeTest, LinksNoDirectoryIntoOthers) {
+    ImageBuilder builder({.fatType = 16, .clusterCount = 5000});
+    const size_t directory = builder.AddDirectory(builder.root, u"D");
+    builder.AddRawSlots(directory,
+                        std::vector<Slot>(14, MakeShortEntry(*PlainShortName(u"A"), 0x20, 0, 0)));
+    const uint32_t last = builder.FirstCluster(directory);
+    EntryOptions options;
+    options.clusters = {100};
+    options.size = 1024;
+    builder.AddFile(builder.root, u"F", {}, options);
+    builder.SetFatEntry(100, last);
+    MemoryDisk other = builder.disk;
+    {
+        const Mounted mounted(builder.disk);
+        const File sharer(u"F");
+        EXPECT_TRUE(Fat_CreateDir(u"D\\NEW", 0) && !Fat_SetFileSize(sharer.handle, 3000));
+    }
+    {
+        const Mounted mounted(builder.disk);
+        EXPECT_TRUE(CanOpen(u"D\\NEW"));
+    }
+    const Mounted mounted(other);
+    EXPECT_TRUE(CanOpen(u"F") && Fat_CreateDir(u"D\\NEW", 0) && Fat_DeleteFile(u"F"));
+    EXPECT_TRUE(Fat_CloseFile(Fat_CreateFile(u"G", 512, 0x20)));  // takes that cluster
+    EXPECT_FALSE(Fat_FlushVolume(mounted.volume));
+    EXPECT_EQ(GetFatEntry(other, builder.geometry, last), 0xFFFFU);
+}
+
 // Names that only their text tells apart: of 8.3 names the packed bytes are what the key is made
 // of; the other pair is the fruit of a search.
 TEST_F(VolumeTest, TellsNamesWithEqualKeysApart) {
