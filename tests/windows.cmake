@@ -12,8 +12,8 @@ set(wine sh ${windowsTests}/in_wine.sh ${CMAKE_BINARY_DIR}/wine)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${wine})
 
 # What needs Wine comes after its start, which fills the prefix, and its end.
-add_test(NAME windows.start COMMAND ${wine} wineboot --init)
-add_test(NAME windows.end COMMAND ${wine} --wait)
+add_test(NAME windows.start COMMAND ${wine} --start)
+add_test(NAME windows.end COMMAND ${wine} --end)
 set_tests_properties(windows.start PROPERTIES FIXTURES_SETUP wine TIMEOUT 300 LABELS windows)
 set_tests_properties(windows.end PROPERTIES FIXTURES_CLEANUP wine LABELS windows)
 set(discoveryOptions DISCOVERY_MODE PRE_TEST)  # so that building takes no Wine

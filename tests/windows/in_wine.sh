@@ -1,7 +1,7 @@
 #!/bin/sh
 # in_wine.sh PREFIX PROGRAM [ARGUMENT...]
 # Runs a Windows program without a display, in a Wine prefix that nothing else uses and that is made
-# when it is missing. in_wine.sh PREFIX --wait: until everything in it has ended.
+# when it is missing. in_wine.sh PREFIX --start, and --end: before the first and after the last one.
 set -eu
 WINEPREFIX=$1
 shift
@@ -11,7 +11,17 @@ unset DISPLAY WAYLAND_DISPLAY
 export WINEPREFIX WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml=' LC_ALL=C.UTF-8
 PATH=$PATH:/usr/lib/wine
 
-if [ "$1" = --wait ]; then
+case $1 in
+--start)
+    # A server that ends with the last program may refuse the next one that comes just then.
+    mkdir -p "$WINEPREFIX"
+    wineserver64 --wait || true
+    wineserver64 --persistent=600 </dev/null >/dev/null 2>&1
+    exec wine64 wineboot --init </dev/null >/dev/null 2>&1  # its services keep what they are given
+    ;;
+--end)
+    wineserver64 --kill || true
     exec wineserver64 --wait
-fi
+    ;;
+esac
 exec wine64 "$@"
