@@ -225,6 +225,12 @@ bool FlushFileBlocks(CFatFile& file) {
     return allWritten;
 }
 
+bool HasDirtyBlocks(const CFatFile& file) {
+    bool hasDirty = false;
+    ForEachBlock(file, [&](const CacheBlock& block) { hasDirty = hasDirty || block.dirty != 0; });
+    return hasDirty;
+}
+
 FatStatus WriteFileBlocksFrom(const CFatFile& file, std::uint64_t offset) {
     FatStatus status = STATUS_SUCCESS;
     ForEachBlock(file, [&](const CacheBlock& block) {

@@ -104,6 +104,9 @@ FatStatus WriteBackBlock(const CacheBlock& block);
 // stays dirty, and the others are written all the same.
 bool FlushFileBlocks(CFatFile& file);
 
+// Whether bytes of a file wait to be written.
+bool HasDirtyBlocks(const CFatFile& file);
+
 // Writes the cached bytes of a file from `offset` on that are not on the volume yet. Their blocks
 // stay dirty. The first failure ends it.
 FatStatus WriteFileBlocksFrom(const CFatFile& file, std::uint64_t offset);

@@ -27,16 +27,6 @@ CFatFile* FindOpenObject(const OpenObjectCache& cache, const NameKey& key,
 
 void TrimOpenObjectCache(OpenObjectCache& cache) {
     auto* link = cache.recency.next;
-    if (cache.count > cache.waitingLimit) {
-        // Between so many new directories one write more of the FAT is little, and lets them go.
-        // When it fails, trying again for each object more would take too long.
-        FatVolume& volume = *ObjectOf(*link).volume;
-        bool allWritten = false;
-        const FatStatus status = FlushDirectories(volume, &allWritten);
-        const bool isDone = Succeeded(status) && allWritten;
-        volume.hasUntoldFailure = !isDone || volume.hasUntoldFailure;
-        cache.waitingLimit = isDone ? WaitingObjectLimit : 2 * cache.count;
-    }
     while (cache.count > OpenObjectLimit && link != &cache.recency) {
         CFatFile& object = ObjectOf(*link);
         link = link->next;

@@ -27,8 +27,7 @@ struct OpenObjectTag;
 struct OpenObjectCache {
     KeyTable keys{OpenObjectModulus};
     std::uint32_t count = 0;
-    std::uint32_t waitingLimit = WaitingObjectLimit;  // more after a failure
-    ListNode<OpenObjectTag> recency;                  // next: least recently used
+    ListNode<OpenObjectTag> recency;  // next: least recently used
 };
 
 // The cached object of the folded path with this key (the path may go on behind it), or null. No
@@ -41,8 +40,8 @@ CFatFile* FindOpenObject(const OpenObjectCache& cache, const NameKey& key,
 FatStatus AddOpenObject(OpenObjectCache& cache, CFatFile& object);
 
 // Evicts objects that only the cache holds as long as there are too many: for when handles are
-// closed. A grown directory goes only after a flush, or when far too many wait for one: the FAT is
-// written for them then. What cannot be written stays, and the next flush tells.
+// closed. A grown directory goes only when it is linked. What cannot be written stays, and the next
+// flush tells.
 void TrimOpenObjectCache(OpenObjectCache& cache);
 
 // Takes an object out and drops the cache's reference without touching the position.

@@ -18,6 +18,11 @@ std::uint32_t EndOf(const CFatFile& object) {
     return TotalClusters(object.runs) != 0 ? LastLinkedCluster(object) : 0;
 }
 
+// Whether a chain with this end meets an object, be it in clusters that wait for their link.
+bool Meets(const CFatFile& object, std::uint32_t end) {
+    return EndOf(object) == end || (object.linkedSize != 0 && LastCluster(object.runs) == end);
+}
+
 // Whether another open directory, or one on the way to this one, has clusters of it. Two listings
 // of the same entries would write over each other's changes, and directories in a circle, which
 // need not stay open so long, would be loaded anew for each component of a path.
@@ -34,7 +39,7 @@ bool MeetsAnother(const CFatFile& directory, const PathKeys& keys) {
     const auto& live = directory.volume->liveObjects;
     for (auto* link = live.next; link != &live; link = link->next) {
         const auto& other = static_cast<const CFatFile&>(*link);
-        if (&other != &directory && IsDirectory(other) && EndOf(other) == end) {
+        if (&other != &directory && IsDirectory(other) && Meets(other, end)) {
             return true;
         }
     }

@@ -8,17 +8,17 @@
 namespace fatvol {
 
 #if !defined(FATVOL_SMALL_CACHES)
-inline constexpr std::uint32_t CacheBlockCount = 256;     // blocks of files and directories
-inline constexpr std::uint32_t FatBlockShift = 18;        // log2 of the bytes of a block
-inline constexpr std::uint32_t FatCacheCapacity = 256;    // blocks of a FAT
-inline constexpr std::uint32_t OpenObjectLimit = 160;     // open files and directories
-inline constexpr std::uint32_t WaitingObjectLimit = 320;  // beyond it grown directories are let go
+inline constexpr std::uint32_t CacheBlockCount = 256;        // blocks of files and directories
+inline constexpr std::uint32_t FatBlockShift = 18;           // log2 of the bytes of a block
+inline constexpr std::uint32_t FatCacheCapacity = 256;       // blocks of a FAT
+inline constexpr std::uint32_t OpenObjectLimit = 160;        // open files and directories
+inline constexpr std::uint32_t WaitingDirectoryLimit = 160;  // grown ones, before their links
 #else
 inline constexpr std::uint32_t CacheBlockCount = 12;
 inline constexpr std::uint32_t FatBlockShift = 13;
 inline constexpr std::uint32_t FatCacheCapacity = 6;
 inline constexpr std::uint32_t OpenObjectLimit = 8;
-inline constexpr std::uint32_t WaitingObjectLimit = 12;
+inline constexpr std::uint32_t WaitingDirectoryLimit = 4;
 #endif
 
 }  // namespace fatvol

@@ -174,12 +174,31 @@ bool FlushDirectoryBlocks(FatVolume& volume) {
     return allWritten;
 }
 
+bool IsAtOrBelow(const CFatFile& object, const CFatFile& directory) {
+    if (!directory.keyString || !object.keyString) {
+        return !directory.keyString;
+    }
+    const std::u16string_view path(object.keyString.get()), above(directory.keyString.get());
+    return path.starts_with(above) && (path.size() == above.size() || path[above.size()] == u'\\');
+}
+
+// Whether a link to the new clusters of a directory would lead to entries that are not on the
+// volume, or to the entry of a directory without contents.
+bool LeadsToUnwritten(CFatFile& directory) {
+    bool isUnwritten = false;
+    ForEachObject(*directory.volume, [&](const CFatFile& object) {
+        isUnwritten = isUnwritten || (IsDirectory(object) && IsAtOrBelow(object, directory) &&
+                                      HasDirtyBlocks(object));
+    });
+    return isUnwritten;
+}
+
 }  // namespace
 
-bool HasGrownDirectory(FatVolume& volume) {
-    bool hasGrown = false;
-    ForEachGrown(volume, [&](const CFatFile&) { hasGrown = true; });
-    return hasGrown;
+std::uint32_t CountGrownDirectories(FatVolume& volume) {
+    std::uint32_t count = 0;
+    ForEachGrown(volume, [&](const CFatFile&) { ++count; });
+    return count;
 }
 
 bool LinkGrownDirectories(FatVolume& volume) {
@@ -195,11 +214,28 @@ FatStatus FlushDirectories(FatVolume& volume, bool* allWritten) {
     if (Succeeded(status)) {
         *allWritten = FlushDirectoryBlocks(volume) && *allWritten;
     }
-    if (Succeeded(status) && *allWritten) {
-        *allWritten = LinkGrownDirectories(volume);
+    if (Succeeded(status)) {
+        const bool mayLinkAll = *allWritten;
+        ForEachGrown(volume, [&](CFatFile& directory) {
+            const bool mayLink = mayLinkAll || !LeadsToUnwritten(directory);
+            *allWritten = mayLink && LinkNewClusters(directory) && *allWritten;
+        });
         status = FlushFatTable(volume);
     }
     *allWritten = *allWritten && Succeeded(status);
+    return status;
+}
+
+FatStatus LinkIfManyWait(FatVolume& volume) {
+    if (CountGrownDirectories(volume) < WaitingDirectoryLimit) {
+        return STATUS_SUCCESS;
+    }
+    bool allWritten = false;
+    const FatStatus status = FlushDirectories(volume, &allWritten);
+    if (Succeeded(status) && CountGrownDirectories(volume) >= WaitingDirectoryLimit) {
+        return STATUS_DRIVER_INTERNAL_ERROR;
+    }
+    volume.hasUntoldFailure = (Succeeded(status) && !allWritten) || volume.hasUntoldFailure;
     return status;
 }
 

@@ -1,6 +1,8 @@
 // The parts of flushing a volume that unmounting shares.
 #pragma once
 
+#include <cstdint>
+
 #include "storage/fat_status.h"
 
 struct FatVolume;
@@ -9,13 +11,19 @@ namespace fatvol {
 
 // Writes the FAT and the directories so that a loss of power, or a write that fails, leaves no
 // entry ahead of what it leads to: contents of new clusters, the FAT without the links to them, the
-// directories from the deepest up, and the links at last. The status is that of the FAT; after a
-// failure directories may not have been written, or links. `allWritten` tells whether directories
-// and links were too. What was not written is written by the next call.
+// directories from the deepest up, and the links at last, but those that would lead to what could
+// not be written. The status is that of the FAT; after a failure directories may not have been
+// written, or links. `allWritten` tells whether directories and links were too. What was not
+// written is written by the next call.
 FatStatus FlushDirectories(FatVolume& volume, bool* allWritten);
 
-// Whether a directory has grown and its new clusters are not linked yet.
-bool HasGrownDirectory(FatVolume& volume);
+// How many directories have grown and wait for the link to their new clusters.
+std::uint32_t CountGrownDirectories(FatVolume& volume);
+
+// Room for one more of them: when so many wait that they would fill the open-object cache, what
+// they wait for is written. Fails when all of them go on waiting; the next call tries again. When
+// some do, the next flush tells.
+FatStatus LinkIfManyWait(FatVolume& volume);
 
 // Sets these links in the FAT as it is cached. False when that cannot be read for one of them,
 // which then goes on waiting.

@@ -34,7 +34,7 @@ FatStatus UnmountVolume(FatVolume& volume) {
         if (Failed(ResetFsInfo(volume))) {
             (void)ResetFsInfo(volume);
         }
-        if (HasGrownDirectory(volume)) {
+        if (CountGrownDirectories(volume) != 0) {
             // What fails there is tried again below, but for links that cannot be set: they would
             // need a part of the FAT that cannot be read.
             bool allWritten = false;

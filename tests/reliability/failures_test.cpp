@@ -5,6 +5,7 @@
 
 #include <iostream>
 
+#include "api/library_state.h"
 #include "volume/fat_volume.h"
 #include "workload.h"
 
@@ -87,6 +88,25 @@ TEST_P(FailingStorage, UnmountingOutlivesOneFailure) {
         };
         ForEvents(run(0), 2, run);
     });
+}
+
+// A sector that cannot be written holds up the link that leads to it, and no other.
+TEST_F(VolumeTest, LinksGrownDirectoriesBesideABadSector) {
+    ImageBuilder builder({});
+    for (const char16_t* name : {u"P", u"Q"}) {
+        const Slot entry = MakeShortEntry(*PlainShortName(u"A"), 0x20, 0, 0);
+        builder.AddRawSlots(builder.AddDirectory(builder.root, name), std::vector(14, entry));
+    }
+    const Mounted mounted(builder.disk);
+    EXPECT_TRUE(Fat_CreateDir(u"P\\N", 0) && Fat_CreateDir(u"Q\\N", 0));
+    const uint32_t cluster = FileOf(File(u"P\\N").handle)->firstCluster;
+    const Call bad = CallAt(CallKind::WriteBytes, builder.geometry.ClusterPosition(cluster), 512);
+    builder.disk.beforeCall = [&](const Call& call) { return call == bad ? -7 : 0; };
+    EXPECT_FALSE(Fat_FlushVolume(mounted.volume));
+    const Tree tree = ReadTree(builder.disk);
+    EXPECT_TRUE(tree.contains(u"Q\\N") && !tree.contains(u"P\\N"));
+    builder.disk.beforeCall = nullptr;
+    EXPECT_TRUE(Fat_FlushVolume(mounted.volume) && ReadTree(builder.disk).contains(u"P\\N"));
 }
 
 // The model makes a volume uncertain only with small caches, so this sets it.

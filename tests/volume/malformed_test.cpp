@@ -136,7 +136,8 @@ TEST_F(VolumeTest, GoesRoundNoCircleOfDirectories) {
     EXPECT_LE(TakeCalls(builder.disk).size(), 9U);
 }
 
-// A file that shares the last cluster of a directory which has grown, and waits for its link.
+// A file that shares the last cluster of a directory which has grown, and waits for its link, and
+// an entry that leads to the free cluster into which it grows.
 TEST_F(VolumeTest, LinksNoDirectoryIntoOthers) {
     ImageBuilder builder({.fatType = 16, .clusterCount = 5000});
     const size_t directory = builder.AddDirectory(builder.root, u"D");
@@ -148,11 +149,15 @@ TEST_F(VolumeTest, LinksNoDirectoryIntoOthers) {
     options.size = 1024;
     builder.AddFile(builder.root, u"F", {}, options);
     builder.SetFatEntry(100, last);
+    options.clusters = {last + 2};
+    builder.AddDirectory(builder.root, u"X", options);
+    builder.SetFatEntry(last + 2, 0);
     MemoryDisk other = builder.disk;
     {
         const Mounted mounted(builder.disk);
         const File sharer(u"F");
         EXPECT_TRUE(Fat_CreateDir(u"D\\NEW", 0) && !Fat_SetFileSize(sharer.handle, 3000));
+        EXPECT_FALSE(CanOpen(u"X"));
     }
     {
         const Mounted mounted(builder.disk);
@@ -160,7 +165,11 @@ TEST_F(VolumeTest, LinksNoDirectoryIntoOthers) {
     }
     const Mounted mounted(other);
     EXPECT_TRUE(CanOpen(u"F") && Fat_CreateDir(u"D\\NEW", 0) && Fat_DeleteFile(u"F"));
-    EXPECT_TRUE(Fat_CloseFile(Fat_CreateFile(u"G", 512, 0x20)));  // takes that cluster
+    EXPECT_TRUE(Fat_CreateDir(u"G", 0));  // takes that cluster
+    for (char16_t name = u'a'; name < u'p'; ++name) {
+        const int file = Fat_CreateFile(JoinPath(u"G", {name}).c_str(), 0, 0x20);
+        EXPECT_EQ(Fat_CloseFile(file), name < u'o') << "G cannot grow there";
+    }
     EXPECT_FALSE(Fat_FlushVolume(mounted.volume));
     EXPECT_EQ(GetFatEntry(other, builder.geometry, last), 0xFFFFU);
 }
