@@ -10,6 +10,7 @@
 #include "ops/entry_write_back.h"
 #include "ops/path_lookup.h"
 #include "volume/fat_volume.h"
+#include "volume/flush.h"
 #include "volume/resize_file.h"
 
 using namespace fatvol;
@@ -188,5 +189,6 @@ bool Fat_SetFileAttribute(int handle, const FatFileInfo* info) noexcept {
 
 bool Fat_SetFileSize(int handle, unsigned int size) noexcept {
     CFatFile* file = ChangeableFileOf(handle);
-    return file && Succeeded(ResizeFile(*file, size, nullptr, nullptr));
+    return file && (!IsDirectory(*file) || Succeeded(LinkIfManyWait(*file->volume))) &&
+           Succeeded(ResizeFile(*file, size, nullptr, nullptr));
 }

@@ -67,8 +67,8 @@ public:
     std::uint32_t position = 0;           // bytes; of the handles
     std::uint32_t firstCluster = 0;
     std::uint64_t allocatedSize = 0;  // bytes
-    // Where the chain of a directory ends in the FAT, with the mark WaitingEnd, when it has grown
-    // since the last flush, which is to link the rest; otherwise 0.
+    // Where the chain of a directory ends in the FAT, with the mark WaitingEnd, while the clusters
+    // by which it has grown wait for their link; otherwise 0.
     std::uint64_t linkedSize = 0;  // bytes
     ClusterRunList runs;
     BlockIndex blocks;

@@ -11,6 +11,11 @@
 
 namespace fatvol {
 
+bool IsAtOrBelow(std::u16string_view path, std::u16string_view directory) {
+    return path.starts_with(directory) &&
+           (path.size() == directory.size() || path[directory.size()] == u'\\');
+}
+
 FatStatus PrepareKey(FatVolume& volume, const NameKey& key, const char16_t* foldedPath,
                      PreparedKey* prepared) {
     const std::uint32_t units = key.size / 2;
@@ -44,11 +49,6 @@ struct FoldedPath {
     }
     std::u16string_view View() const { return {units, length}; }
 };
-
-bool IsAtOrBelow(std::u16string_view path, std::u16string_view directory) {
-    return path.starts_with(directory) &&
-           (path.size() == directory.size() || path[directory.size()] == u'\\');
-}
 
 FatStatus PrepareMoved(FatVolume& volume, std::u16string_view newRoot, std::u16string_view below,
                        PreparedKey* prepared) {

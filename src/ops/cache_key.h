@@ -15,6 +15,9 @@ struct FatVolume;
 
 namespace fatvol {
 
+// Whether a folded path is that of a directory, or leads below it.
+bool IsAtOrBelow(std::u16string_view path, std::u16string_view directory);
+
 // A key string with its key, for which the cache has its place ready.
 struct PreparedKey {
     NameKey key;

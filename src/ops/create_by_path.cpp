@@ -7,6 +7,7 @@
 #include "ops/cache_key.h"
 #include "ops/path_lookup.h"
 #include "volume/fat_volume.h"
+#include "volume/flush.h"
 #include "volume/resize_file.h"
 
 namespace fatvol {
@@ -94,7 +95,10 @@ FatStatus CreateByPath(FatVolume& volume, const char16_t* path, NewObject kind,
         return STATUS_DRIVER_INTERNAL_ERROR;
     }
     FileReference parent;
-    FatStatus status = MakeParentPath(volume, keys, &parent);
+    FatStatus status = LinkIfManyWait(volume);
+    if (Succeeded(status)) {
+        status = MakeParentPath(volume, keys, &parent);
+    }
     if (Failed(status)) {
         return status;
     }

@@ -12,6 +12,7 @@
 #include "ops/path_entry.h"
 #include "storage/storage_io.h"
 #include "volume/fat_volume.h"
+#include "volume/flush.h"
 
 namespace fatvol {
 namespace {
@@ -127,6 +128,9 @@ FatStatus MoveByPath(FatVolume& volume, const char16_t* path, const char16_t* de
     MakePathKeys(path, &keys);
     PathEntry entry;
     status = FindUnusedEntry(volume, keys, &entry);
+    if (Succeeded(status)) {
+        status = LinkIfManyWait(volume);
+    }
     Rekeying rekeying;
     if (Succeeded(status)) {
         status = rekeying.Prepare(volume, path, TargetPath(destination, name).View());

@@ -7,6 +7,7 @@
 #include "ops/change_by_path.h"
 #include "ops/path_entry.h"
 #include "volume/fat_volume.h"
+#include "volume/flush.h"
 
 namespace fatvol {
 namespace {
@@ -51,7 +52,10 @@ FatStatus RenameByPath(FatVolume& volume, const char16_t* path, const char16_t* 
     }
     const SiblingPath newPath(path, newName);
     Rekeying rekeying;
-    status = rekeying.Prepare(volume, path, newPath.View());
+    status = LinkIfManyWait(volume);
+    if (Succeeded(status)) {
+        status = rekeying.Prepare(volume, path, newPath.View());
+    }
     if (Succeeded(status) && !entry.object) {
         status = InitClosedObject(volume, entry);
     }

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "data/fat_file.h"
+#include "ops/cache_key.h"
 #include "storage/little_endian.h"
 #include "storage/storage_io.h"
 #include "volume/fat_entry.h"
@@ -174,21 +175,15 @@ bool FlushDirectoryBlocks(FatVolume& volume) {
     return allWritten;
 }
 
-bool IsAtOrBelow(const CFatFile& object, const CFatFile& directory) {
-    if (!directory.keyString || !object.keyString) {
-        return !directory.keyString;
-    }
-    const std::u16string_view path(object.keyString.get()), above(directory.keyString.get());
-    return path.starts_with(above) && (path.size() == above.size() || path[above.size()] == u'\\');
-}
-
 // Whether a link to the new clusters of a directory would lead to entries that are not on the
 // volume, or to the entry of a directory without contents.
 bool LeadsToUnwritten(CFatFile& directory) {
+    const char16_t* const path = directory.keyString.get();  // null for the root, above all others
     bool isUnwritten = false;
     ForEachObject(*directory.volume, [&](const CFatFile& object) {
-        isUnwritten = isUnwritten || (IsDirectory(object) && IsAtOrBelow(object, directory) &&
-                                      HasDirtyBlocks(object));
+        const char16_t* const other = object.keyString.get();
+        const bool isInside = !path || (other && IsAtOrBelow(other, path));
+        isUnwritten = isUnwritten || (isInside && IsDirectory(object) && HasDirtyBlocks(object));
     });
     return isUnwritten;
 }

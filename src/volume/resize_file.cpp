@@ -9,7 +9,6 @@
 #include "ops/entry_write_back.h"
 #include "volume/cluster_allocation.h"
 #include "volume/fat_volume.h"
-#include "volume/flush.h"
 
 namespace fatvol {
 namespace {
@@ -102,16 +101,7 @@ struct Addition {
     std::uint32_t lastValue = 0;  // what its FAT entry held
 };
 
-// Room for a directory that is to wait for its link, unless it does already. On a damaged volume
-// the cluster where another one waits may have been freed meanwhile, and got another end mark.
-FatStatus PrepareWaiting(const CFatFile& directory, std::uint32_t last) {
-    if (IsWaitedAt(*directory.volume, last)) {
-        return STATUS_FILE_CORRUPT_ERROR;
-    }
-    return directory.linkedSize == 0 ? LinkIfManyWait(*directory.volume) : STATUS_SUCCESS;
-}
-
-// Takes everything that growing needs, without touching what the FAT says of the object.
+// Takes everything that growing needs, without touching the FAT.
 FatStatus PrepareGrowth(Resize& resize, Addition& added) {
     CFatFile& object = resize.object;
     const std::uint32_t count = resize.Clusters(resize.newAllocated - resize.oldAllocated);
@@ -120,8 +110,9 @@ FatStatus PrepareGrowth(Resize& resize, Addition& added) {
         added.last = LastCluster(object.runs);
         status = ReadLink(resize.volume, added.last, EndOfChain, &added.lastValue);
     }
-    if (Succeeded(status) && added.last != 0 && IsDirectory(object)) {
-        status = PrepareWaiting(object, added.last);
+    // On a damaged volume the cluster may have been freed meanwhile, and got another end mark.
+    if (Succeeded(status) && IsDirectory(object) && IsWaitedAt(resize.volume, added.last)) {
+        status = STATUS_FILE_CORRUPT_ERROR;
     }
     if (Succeeded(status)) {
         status = AllocateClusters(resize.volume.clusterBitmap, count, added.clusters);
