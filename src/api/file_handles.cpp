@@ -189,6 +189,7 @@ bool Fat_SetFileAttribute(int handle, const FatFileInfo* info) noexcept {
 
 bool Fat_SetFileSize(int handle, unsigned int size) noexcept {
     CFatFile* file = ChangeableFileOf(handle);
-    return file && (!IsDirectory(*file) || Succeeded(LinkIfManyWait(*file->volume))) &&
+    const bool mayWait = file && IsDirectory(*file) && size > file->allocatedSize;
+    return file && (!mayWait || Succeeded(LinkIfManyWait(*file->volume))) &&
            Succeeded(ResizeFile(*file, size, nullptr, nullptr));
 }

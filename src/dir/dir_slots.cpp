@@ -97,7 +97,7 @@ FatStatus ClearSectorsBehindEnd(CFatFile& directory, std::uint32_t lastSlot) {
     for (; slot <= lastSlot && slot < slotCount && Succeeded(status); slot += perSector) {
         status = MakeEndMark(directory, slot, &isChanged);
     }
-    if (isChanged) {
+    if (isChanged && Succeeded(status)) {
         volume.hasUntoldFailure = !FlushFileBlocks(directory) || volume.hasUntoldFailure;
     }
     return status;

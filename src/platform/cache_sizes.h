@@ -12,7 +12,7 @@ inline constexpr std::uint32_t CacheBlockCount = 256;        // blocks of files 
 inline constexpr std::uint32_t FatBlockShift = 18;           // log2 of the bytes of a block
 inline constexpr std::uint32_t FatCacheCapacity = 256;       // blocks of a FAT
 inline constexpr std::uint32_t OpenObjectLimit = 160;        // open files and directories
-inline constexpr std::uint32_t WaitingDirectoryLimit = 128;  // grown ones, for their links
+inline constexpr std::uint32_t WaitingDirectoryLimit = 136;  // grown ones; more than a path has
 #else
 inline constexpr std::uint32_t CacheBlockCount = 12;
 inline constexpr std::uint32_t FatBlockShift = 13;

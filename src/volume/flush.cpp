@@ -227,7 +227,8 @@ FatStatus LinkIfManyWait(FatVolume& volume) {
     }
     bool allWritten = false;
     const FatStatus status = FlushDirectories(volume, &allWritten);
-    if (Succeeded(status) && CountGrownDirectories(volume) >= WaitingDirectoryLimit) {
+    const bool doMostWait = CountGrownDirectories(volume) >= WaitingDirectoryLimit;
+    if (Succeeded(status) && (doMostWait || volume.isUncertain)) {
         return STATUS_DRIVER_INTERNAL_ERROR;
     }
     volume.hasUntoldFailure = (Succeeded(status) && !allWritten) || volume.hasUntoldFailure;

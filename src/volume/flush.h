@@ -22,7 +22,8 @@ std::uint32_t CountGrownDirectories(FatVolume& volume);
 
 // Room for more of them, before a change that may let directories grow: when so many wait that they
 // would fill the open-object cache, what they wait for is written. Fails when as many go on
-// waiting; the next call tries again. When some do, the next flush tells.
+// waiting, or the volume turns out uncertain; the next call tries again. When some do, the next
+// flush tells.
 FatStatus LinkIfManyWait(FatVolume& volume);
 
 // Sets these links in the FAT as it is cached. False when that cannot be read for one of them,

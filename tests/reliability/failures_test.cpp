@@ -109,6 +109,30 @@ TEST_F(VolumeTest, LinksGrownDirectoriesBesideABadSector) {
     EXPECT_TRUE(Fat_FlushVolume(mounted.volume) && ReadTree(builder.disk).contains(u"P\\N"));
 }
 
+// Links go out before a rename begins: its directory cannot grow, and the old name stands.
+TEST_F(VolumeTest, RenamesNothingByHalfWhileManyWait) {
+    ImageBuilder builder({});
+    const auto path = [](uint32_t i, const std::u16string& name) {
+        return std::u16string{u'D', char16_t(0x4E00 + i), u'\\'} + name;
+    };
+    for (uint32_t i = 0; i <= WaitingDirectoryLimit; ++i) {
+        const size_t directory = builder.AddDirectory(builder.root, path(i, u"").substr(0, 2));
+        const Slot entry = MakeShortEntry(*PlainShortName(u"A"), 0x20, 0, 0);
+        builder.AddRawSlots(directory, std::vector(13, entry));
+        builder.AddFile(directory, u"F");
+    }
+    const Mounted mounted(builder.disk);
+    const uint32_t left = mounted.Info().freeClusters - 2 * WaitingDirectoryLimit;
+    EXPECT_TRUE(Fat_CloseFile(Fat_CreateFile(u"FULL", left * 512, 0x20)));
+    for (uint32_t i = 0; i < WaitingDirectoryLimit; ++i) {
+        EXPECT_TRUE(Fat_CreateDir(path(i, u"N").c_str(), 0));
+    }
+    const std::u16string old = path(WaitingDirectoryLimit, u"F");
+    EXPECT_FALSE(Fat_RenameFile(old.c_str(), u"More than one slot"));
+    const Tree tree = ReadTree(builder.disk);
+    EXPECT_TRUE(tree.contains(path(0, u"N")) && tree.contains(old) && CanOpen(old));
+}
+
 // The model makes a volume uncertain only with small caches, so this sets it.
 TEST_F(VolumeTest, IsOnlyReadWhileItIsUncertain) {
     ImageBuilder builder({});
