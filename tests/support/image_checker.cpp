@@ -204,7 +204,7 @@ struct Walker {
             for (const int offset : longNameOffsets) {
                 part += static_cast<char16_t>(Get16(slot.data() + offset));
             }
-            units = part + units;
+            units.insert(0, part);
         }
         const std::u16string name = units.substr(0, units.find(u'\0'));
         const bool fits = run == MakeLongEntries(name, NameChecksum(shortName));
